@@ -1,0 +1,20 @@
+# Warnings and sanitizers for every target of the project.
+add_compile_options(-Wall -Wextra)
+if(SCRIVO_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+if(SCRIVO_SANITIZE)
+  string(REPLACE "," ";" _scrivo_sanitizers "${SCRIVO_SANITIZE}")
+  foreach(_s IN LISTS _scrivo_sanitizers)
+    if(NOT _s MATCHES "^(address|undefined|thread|leak)$")
+      message(FATAL_ERROR "SCRIVO_SANITIZE: unknown sanitizer '${_s}'")
+    endif()
+  endforeach()
+  if("thread" IN_LIST _scrivo_sanitizers AND "address" IN_LIST _scrivo_sanitizers)
+    message(FATAL_ERROR "SCRIVO_SANITIZE: thread and address cannot be combined")
+  endif()
+  add_compile_options(-fsanitize=${SCRIVO_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${SCRIVO_SANITIZE})
+endif()
