@@ -38,7 +38,8 @@ SCRIVO_API MCVHandle mcvParallelInit(MHandle memory, int32_t wanted);
  * queue already holds 32 tasks. Ids run 0 ... 2147483646 and wrap. */
 SCRIVO_API int32_t mcvAddTask(MCVHandle engine, mcvTaskFunc function, void* argument);
 /* Blocks until the task has finished, then collects its id: 0; -1 for a
- * null engine. Each id can be collected once; a never-added id blocks. */
+ * null engine or a negative id (an mcvAddTask failure code, which no task
+ * has). Each id can be collected once; a never-added id blocks. */
 SCRIVO_API int32_t mcvWaitTask(MCVHandle engine, int32_t id);
 /* Stops and joins the workers (tasks still queued never run) and frees
  * the engine: 0; -1 for a null engine; -ESRCH (-3) when already stopping. */
