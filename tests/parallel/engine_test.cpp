@@ -1,0 +1,234 @@
+// Parallel task engine: stripe work, completion bookkeeping, queue and
+// completion limits, shutdown, failed starts and the real-time fallback.
+// Tasks that must stay busy block on gates the test opens; nothing sleeps.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "parallel/engine_internal.h"
+#include "scrivo/parallel.h"
+
+namespace sp = scrivo::parallel;
+
+namespace {
+
+struct GatedTask {
+    std::atomic<bool> open{false};
+    std::atomic<int> started{0}, ran{0};
+    void Open() {
+        open = true;
+        open.notify_all();
+    }
+};
+
+void* PassGate(void* arg) {
+    auto* t = static_cast<GatedTask*>(arg);
+    ++t->started;
+    t->open.wait(false);
+    ++t->ran;
+    return nullptr;
+}
+
+// Counts its runs and each row it covers; an empty one is a plain counter.
+struct Stripe {
+    int* rows = nullptr;
+    int first = 0, last = 0;
+    std::atomic<int> runs{0};
+};
+
+void* RunStripe(void* arg) {
+    auto* s = static_cast<Stripe*>(arg);
+    for (int y = s->first; y < s->last; ++y) ++s->rows[y];
+    ++s->runs;
+    return nullptr;
+}
+
+// Spins until a field of the engine's bookkeeping reaches a value.
+void Await(MCVHandle e, int32_t sp::EngineSnapshot::*field, int32_t value) {
+    while (sp::InspectEngine(e).*field != value) std::this_thread::yield();
+}
+
+// Occupies every worker with a gated task; returns their ids.
+std::vector<int32_t> BlockWorkers(MCVHandle e, GatedTask& blocker) {
+    std::vector<int32_t> ids;
+    for (int i = 0; i < mcvParallelEngineCores(e); ++i)
+        ids.push_back(mcvAddTask(e, PassGate, &blocker));
+    while (blocker.started < static_cast<int>(ids.size())) std::this_thread::yield();
+    return ids;
+}
+
+std::atomic<int> g_threadQuota{0};
+int StartWithinQuota(pthread_t* t, const pthread_attr_t* a, void* (*f)(void*), void* arg) {
+    return g_threadQuota.fetch_sub(1) > 0 ? pthread_create(t, a, f, arg) : EAGAIN;
+}
+int RefuseRealTime(pthread_t* t, const pthread_attr_t* a, void* (*f)(void*), void* arg) {
+    int policy = SCHED_OTHER;
+    if (a != nullptr) pthread_attr_getschedpolicy(a, &policy);
+    return policy == SCHED_RR ? EPERM : pthread_create(t, a, f, arg);
+}
+
+// 18 stripes of ceil(height / 18) rows; with 17 rows the last one is empty.
+TEST(ParallelEngine, StripesAllRunAndAreCollectedOnce) {
+    const int32_t cores = static_cast<int32_t>(std::clamp(sysconf(_SC_NPROCESSORS_CONF), 1L, 16L));
+    for (const auto& [wanted, height] : {std::pair{18, 17}, {18, 401}, {1, 37}, {0, 18}}) {
+        SCOPED_TRACE(height);
+        MCVHandle e = mcvParallelInit(nullptr, wanted);
+        ASSERT_NE(e, nullptr);
+        EXPECT_EQ(mcvParallelEngineCores(e),
+                  wanted == 0 ? sysconf(_SC_NPROCESSORS_ONLN) : std::min(cores, wanted));
+        std::vector<int> rows(height, 0);
+        const int s = (height + 17) / 18;
+        std::vector<Stripe> stripes(18);
+        for (int i = 0; i < 18; ++i) {
+            stripes[i].rows = rows.data();
+            stripes[i].first = std::min(i * s, height);
+            stripes[i].last = std::min((i + 1) * s, height);
+            EXPECT_EQ(mcvAddTask(e, RunStripe, &stripes[i]), i);
+        }
+        for (int i = 0; i < 18; ++i) EXPECT_EQ(mcvWaitTask(e, i), 0);
+        for (const Stripe& st : stripes) EXPECT_EQ(st.runs.load(), 1);
+        EXPECT_EQ(rows, std::vector<int>(height, 1));
+        EXPECT_EQ(sp::InspectEngine(e).completed, 0);
+        EXPECT_EQ(mcvParallelUninit(e), 0);
+    }
+}
+
+TEST(ParallelEngine, WaitOrderQueueLimitIdWrapAndLostTasks) {
+    MCVHandle e = mcvParallelInit(nullptr, 18);
+    ASSERT_NE(e, nullptr);
+    // Force completion order 1,0,3,2,5,4 (plain order on one core), then
+    // collect in adding order: every lookup must rotate past other ids.
+    const bool pairs = mcvParallelEngineCores(e) >= 2;
+    std::vector<GatedTask> tasks(6);
+    EXPECT_EQ(mcvAddTask(e, nullptr, &tasks[0]), -1);  // takes no id
+    EXPECT_EQ(mcvWaitTask(e, -EINTR), -1);
+    for (int i = 0; i < 6; ++i) ASSERT_EQ(mcvAddTask(e, PassGate, &tasks[i]), i);
+    for (int k = 0; k < 6; ++k) {
+        tasks[pairs ? k ^ 1 : k].Open();
+        Await(e, &sp::EngineSnapshot::completed, k + 1);
+    }
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(mcvWaitTask(e, i), 0);
+
+    GatedTask blocker, queued;
+    std::vector<int32_t> ids = BlockWorkers(e, blocker);
+    const size_t workers = ids.size();
+    for (int i = 0; i < MCV_QUEUE_SLOTS; ++i) ids.push_back(mcvAddTask(e, PassGate, &queued));
+    EXPECT_EQ(mcvAddTask(e, PassGate, &queued), -EINTR);
+    EXPECT_EQ(sp::InspectEngine(e).queued, MCV_QUEUE_SLOTS);
+    // Collect the blockers before the queued tasks finish, so that the
+    // completion list never overflows.
+    blocker.Open();
+    for (size_t i = 0; i < workers; ++i) EXPECT_EQ(mcvWaitTask(e, ids[i]), 0);
+    queued.Open();
+    for (size_t i = workers; i < ids.size(); ++i) EXPECT_EQ(mcvWaitTask(e, ids[i]), 0);
+    EXPECT_EQ(queued.ran.load(), MCV_QUEUE_SLOTS);
+
+    sp::SetNextTaskIdForTesting(e, sp::kMaxTaskId - 1);
+    Stripe counted;
+    const int32_t wrapped[] = {sp::kMaxTaskId - 1, sp::kMaxTaskId, 0, 1};
+    for (int32_t id : wrapped)
+        ASSERT_EQ(mcvAddTask(e, RunStripe, &counted), id);  // else a wait would hang
+    for (int32_t id : wrapped) EXPECT_EQ(mcvWaitTask(e, id), 0);
+    EXPECT_EQ(sp::InspectEngine(e).nextTaskId, 2);
+
+    // A task finishing into a full completion list still runs; its id is
+    // lost. The full list is then collected backwards.
+    for (int i = 0; i < MCV_QUEUE_SLOTS; ++i) ASSERT_EQ(mcvAddTask(e, RunStripe, &counted), 2 + i);
+    Await(e, &sp::EngineSnapshot::completed, MCV_QUEUE_SLOTS);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(mcvAddTask(e, RunStripe, &counted), 2 + MCV_QUEUE_SLOTS);
+    Await(e, &sp::EngineSnapshot::lost, 1);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("Task lost\n"), std::string::npos);
+    EXPECT_EQ(counted.runs.load(), 4 + MCV_QUEUE_SLOTS + 1);
+    for (int i = MCV_QUEUE_SLOTS - 1; i >= 0; --i) EXPECT_EQ(mcvWaitTask(e, 2 + i), 0);
+    EXPECT_EQ(sp::InspectEngine(e).completed, 0);
+    EXPECT_EQ(mcvParallelUninit(e), 0);
+}
+
+TEST(ParallelEngine, StopDropsQueuedTasksAndRefusesASecondStop) {
+    MCVHandle e = mcvParallelInit(nullptr, 18);
+    ASSERT_NE(e, nullptr);
+    GatedTask blocker;
+    BlockWorkers(e, blocker);
+    Stripe counted;
+    for (int i = 0; i < 5; ++i) mcvAddTask(e, RunStripe, &counted);
+    // The first stop raises quit and then waits in join for the blocked
+    // workers, so the engine is still there for a second stop.
+    std::atomic<int32_t> firstStop{1};
+    std::thread stopper([&] { firstStop = mcvParallelUninit(e); });
+    Await(e, &sp::EngineSnapshot::quit, 1);
+    EXPECT_EQ(mcvParallelUninit(e), -ESRCH);
+    blocker.Open();
+    stopper.join();
+    EXPECT_EQ(firstStop.load(), 0);
+    EXPECT_EQ(blocker.ran.load(), blocker.started.load());
+    EXPECT_EQ(counted.runs.load(), 0);
+}
+
+TEST(ParallelEngine, NullHandlesAndBadArguments) {
+    Stripe counted;
+    EXPECT_EQ(mcvParallelInit(nullptr, -1), nullptr);
+    const int32_t refusals[] = {mcvAddTask(nullptr, RunStripe, &counted), mcvWaitTask(nullptr, 0),
+                                mcvParallelUninit(nullptr), mcvTryFireCpu(nullptr),
+                                mcvTryRestoreCpu(nullptr)};
+    for (int32_t r : refusals) EXPECT_EQ(r, -1);
+    EXPECT_EQ(mcvParallelEngineCores(nullptr), 0);
+    mcvMemFree(nullptr, nullptr);
+}
+
+// Without real-time privilege every worker prints a notice and starts with
+// the default policy. A failed start must release everything: the leak
+// checkers judge the heap case; in the smallest pool an engine fits in,
+// anything left behind would make the next creation fail.
+TEST(ParallelEngine, CreationFallbackAndFailedStarts) {
+    testing::internal::CaptureStdout();
+    sp::SetThreadCreatorForTesting(RefuseRealTime);
+    MCVHandle e = mcvParallelInit(nullptr, 18);
+    sp::SetThreadCreatorForTesting(nullptr);
+    const std::string out = testing::internal::GetCapturedStdout();
+    ASSERT_NE(e, nullptr);
+    const int workers = mcvParallelEngineCores(e);
+    std::string notices;
+    for (int i = 0; i < workers; ++i) notices += "[ERROR]Schedpolicy:not SCHED_RR!!\n";
+    EXPECT_EQ(out, notices);
+    Stripe counted;
+    EXPECT_EQ(mcvWaitTask(e, mcvAddTask(e, RunStripe, &counted)), 0);
+    EXPECT_EQ(counted.runs.load(), 1);
+    EXPECT_EQ(mcvParallelUninit(e), 0);
+
+    std::vector<std::max_align_t> buffer(65536 / sizeof(std::max_align_t));
+    size_t fit = 0;
+    for (size_t length = 64; length <= 65536 && fit == 0; length += 32) {
+        if ((e = mcvParallelInit(MMemMgrCreate(buffer.data(), length), 18)) != nullptr) {
+            EXPECT_EQ(mcvParallelUninit(e), 0);
+            fit = length;
+        }
+    }
+    MHandle pool = MMemMgrCreate(buffer.data(), fit);
+    ASSERT_NE(pool, nullptr);
+    testing::internal::CaptureStdout();  // fallback notices of the failing starts
+    sp::SetThreadCreatorForTesting(StartWithinQuota);
+    for (int allowed : {0, workers - 1}) {
+        g_threadQuota = allowed;
+        EXPECT_EQ(mcvParallelInit(nullptr, 18), nullptr);
+        g_threadQuota = allowed;
+        EXPECT_EQ(mcvParallelInit(pool, 18), nullptr);
+    }
+    sp::SetThreadCreatorForTesting(nullptr);
+    testing::internal::GetCapturedStdout();
+    void* filler = MMemAlloc(pool, 1);  // now the last worker record does not fit
+    EXPECT_EQ(mcvParallelInit(pool, 18), nullptr);
+    MMemFree(pool, filler);
+    ASSERT_NE(e = mcvParallelInit(pool, 18), nullptr);
+    EXPECT_EQ(mcvWaitTask(e, mcvAddTask(e, RunStripe, &counted)), 0);
+    EXPECT_EQ(mcvParallelUninit(e), 0);
+}
+
+}  // namespace
