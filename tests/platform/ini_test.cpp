@@ -31,7 +31,11 @@ struct Ini : testing::Test {
 std::string Read(MHIni ini, const char* category, const char* key, int32_t size = 32) {
     char v[32] = "junk";
     const MRESULT r = MIniReadS(ini, category, key, v, size);
-    return r == MOK ? std::string(v) : "#" + std::to_string(r) + v;
+    if (r == MOK) return v;
+    std::string out(1, '#');
+    out += std::to_string(r);
+    out.append(v);
+    return out;
 }
 
 TEST_F(Ini, ReadsEditsAndWritesBackFaithfully) {
@@ -74,7 +78,7 @@ TEST_F(Ini, EnumeratesCategoriesAndChecksBuffers) {
     EXPECT_EQ(MIniFindNextCategoryS(ini, big, sizeof big), 1u);
 
     EXPECT_EQ(Read(ini, "Second-long-name", "x", 2), "y");
-    EXPECT_EQ(Read(ini, "", "a", 1), "#" + std::to_string(MERR_INVALID_PARAM));  // not cut
+    EXPECT_EQ(Read(ini, "", "a", 1), std::string("#2"));  // not cut
 
     // Names and values that would not read back as written are refused.
     for (const char* key : {"", " k", "k=", "#k", "[k", "k\n"}) {
