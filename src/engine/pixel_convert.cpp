@@ -1,0 +1,265 @@
+// Pixel conversions between the engine's raw buffers and colour planes.
+//
+// Buffers. A 24-bit buffer written in the engine's convention has rows of
+// width x 3 bytes rounded up to a multiple of 4 (Align4Row); the padding
+// bytes are never written. A 32-bit buffer has 4 bytes a pixel. Planar
+// YUV 4:2:0 is a packed Y plane of width x height bytes followed by two
+// chroma planes of ((width - 1)/2 + 1) x ((height - 1)/2 + 1) samples each,
+// the second starting right after the first. For even sizes that is the
+// usual width x height / 4 per plane; for odd sizes the last chroma column
+// and row serve a lone pixel column or row, and the planes never overlap.
+//
+// Byte order. Three-channel pixels are named by position. The YUV pair
+// deliberately disagrees on it: the decoder puts the blue-difference result
+// in byte 0 and reads the first chroma plane as U, while the encoder treats
+// byte 0 as red and writes the V plane first. They are therefore not
+// inverse to each other, and callers that round-trip must know it.
+//
+// Arithmetic. Everything is integer and bit-exact:
+// - YUV -> RGB in 16.16 fixed point through five 256-entry tables
+//   (entry k = a*k + b) and a 1024-byte clamp table indexed by
+//   (sum >> 16) + 384; no rounding term, so results truncate downwards.
+//   Two rows and two columns share one U and one V sample.
+// - RGB -> YUV with the 8-bit BT.601 integer formulas; U comes from the
+//   top-left pixel of each 2 x 2 block and V from the bottom-left one (the
+//   top-left when the block has a single row), without averaging.
+// - RGB -> Y, Cr, Cb in 14-bit fixed point; the two chroma formulas are
+//   looked up in 256 x 256 tables indexed by (colour byte, Y), built once
+//   on first use (function-local statics, so thread-safe).
+// - Y, Cr, Cb -> RGB in 14-bit fixed point, clamped to [0, 255 << 14].
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "engine/image.h"
+
+namespace {
+
+// --- YUV 4:2:0 -> RGB24 tables ------------------------------------------
+
+struct YuvTables {
+    std::array<int32_t, 256> y, bu, gu, gv, rv;
+    std::array<uint8_t, 1024> clamp;
+};
+
+constexpr YuvTables MakeYuvTables() {
+    YuvTables t{};
+    for (int32_t k = 0; k < 256; ++k) {
+        t.y[k] = 76309 * k - 1220944;     // 1.164 per step, less 16 steps
+        t.bu[k] = 132201 * k - 16921728;  // each chroma table less 128 steps
+        t.gu[k] = 25675 * k - 3286400;
+        t.gv[k] = 53279 * k - 6819712;
+        t.rv[k] = 104597 * k - 13388416;
+    }
+    for (int i = 0; i < 1024; ++i) {
+        t.clamp[i] = static_cast<uint8_t>(i < 384 ? 0 : (i < 640 ? i - 384 : 255));
+    }
+    return t;
+}
+
+constexpr YuvTables kYuv = MakeYuvTables();
+
+// Sums stay within about +-2^25, so the index is always inside the table.
+inline uint8_t Clamp16(int32_t sum) {
+    return kYuv.clamp[(sum >> 16) + 384];
+}
+
+inline void PutYuvPixel(uint8_t* p, int32_t y, int32_t b, int32_t g, int32_t r) {
+    p[0] = Clamp16(y + b);
+    p[1] = Clamp16(y - g);
+    p[2] = Clamp16(y + r);
+}
+
+// --- 14-bit luma/chroma ---------------------------------------------------
+
+constexpr int32_t kHalf14 = 8192;
+constexpr int32_t kMax14 = 255 << 14;     // 4177920
+constexpr int32_t kChromaBias = 2105344;  // 128 << 14 plus a half
+
+inline int32_t Clamp14(int32_t v) {
+    return std::clamp(v, 0, kMax14);
+}
+
+// Chroma of one colour byte against luma: table[(colour << 8) | Y].
+std::array<uint8_t, 65536> MakeChromaTable(int32_t scale) {
+    std::array<uint8_t, 65536> t{};
+    for (int32_t c = 0; c < 256; ++c) {
+        for (int32_t y = 0; y < 256; ++y) {
+            t[(c << 8) | y] = static_cast<uint8_t>(Clamp14(kChromaBias + scale * (c - y)) >> 14);
+        }
+    }
+    return t;
+}
+
+const std::array<uint8_t, 65536>& CrTable() {
+    static const std::array<uint8_t, 65536> table = MakeChromaTable(11682);
+    return table;
+}
+
+const std::array<uint8_t, 65536>& CbTable() {
+    static const std::array<uint8_t, 65536> table = MakeChromaTable(9241);
+    return table;
+}
+
+bool IsPlane(const cv::Mat& m, const cv::Size& size) {
+    return m.type() == CV_8UC1 && m.dims == 2 && m.size() == size;
+}
+
+}  // namespace
+
+uint32_t VPConvertRGB24ToARGB32(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height,
+                                int32_t srcPitch, int32_t dstPitch) {
+    if (src == nullptr || dst == nullptr) return 0;
+    if (height < 1 || width < 1) return 1;
+    // A pitch of 0 (or less) stands for the buffer convention of the side.
+    const ptrdiff_t sp = srcPitch > 0 ? srcPitch : Align4Row(width);
+    const ptrdiff_t dp = dstPitch > 0 ? dstPitch : static_cast<ptrdiff_t>(width) * 4;
+    for (int32_t y = 0; y < height; ++y) {
+        const uint8_t* s = src + y * sp;
+        uint8_t* d = dst + y * dp;
+        for (int32_t x = 0; x < width; ++x, s += 3, d += 4) {
+            d[0] = s[0];
+            d[1] = s[1];
+            d[2] = s[2];
+            d[3] = 0xFF;
+        }
+    }
+    return 1;
+}
+
+int Convert4ChannelsTo3Channels(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height) {
+    if (src == nullptr || dst == nullptr) return 0;
+    if (height < 1 || width < 1) return 1;
+    const ptrdiff_t dp = Align4Row(width);
+    for (int32_t y = 0; y < height; ++y) {
+        const uint8_t* s = src + static_cast<ptrdiff_t>(y) * width * 4;
+        uint8_t* d = dst + y * dp;
+        for (int32_t x = 0; x < width; ++x, s += 4, d += 3) {
+            d[0] = s[0];
+            d[1] = s[1];
+            d[2] = s[2];
+        }
+    }
+    return 1;
+}
+
+int RGB24_align(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height) {
+    if (src == nullptr || dst == nullptr) return 0;
+    if (height < 1 || width < 1) return 1;
+    std::memcpy(dst, src, static_cast<size_t>(Align4Row(width)) * height);
+    return 1;
+}
+
+int YUV420toRGB24_convert(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height) {
+    if (src == nullptr || dst == nullptr) return 0;
+    if (height < 1 || width < 1) return 1;
+    const ptrdiff_t pitch = Align4Row(width);
+    const ptrdiff_t cw = (width - 1) / 2 + 1;
+    const ptrdiff_t ch = (height - 1) / 2 + 1;
+    const uint8_t* planeY = src;
+    const uint8_t* planeU = src + static_cast<ptrdiff_t>(width) * height;
+    const uint8_t* planeV = planeU + cw * ch;
+    for (int32_t j = 0; j < height; j += 2) {
+        const bool pairRow = j + 1 < height;
+        const uint8_t* y0 = planeY + static_cast<ptrdiff_t>(j) * width;
+        const uint8_t* y1 = y0 + width;
+        const uint8_t* u = planeU + (j / 2) * cw;
+        const uint8_t* v = planeV + (j / 2) * cw;
+        uint8_t* d0 = dst + j * pitch;
+        uint8_t* d1 = d0 + pitch;
+        for (int32_t i = 0; i < width; i += 2) {
+            const int32_t b = kYuv.bu[u[i / 2]];
+            const int32_t g = kYuv.gu[u[i / 2]] + kYuv.gv[v[i / 2]];
+            const int32_t r = kYuv.rv[v[i / 2]];
+            const bool pairCol = i + 1 < width;
+            PutYuvPixel(d0 + i * 3, kYuv.y[y0[i]], b, g, r);
+            if (pairCol) PutYuvPixel(d0 + i * 3 + 3, kYuv.y[y0[i + 1]], b, g, r);
+            if (pairRow) {
+                PutYuvPixel(d1 + i * 3, kYuv.y[y1[i]], b, g, r);
+                if (pairCol) PutYuvPixel(d1 + i * 3 + 3, kYuv.y[y1[i + 1]], b, g, r);
+            }
+        }
+    }
+    return 1;
+}
+
+int RGB24toYUV420_convert(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height) {
+    if (src == nullptr || dst == nullptr) return 0;
+    if (height < 1 || width < 1) return 1;
+    const ptrdiff_t pitch = Align4Row(width);
+    const ptrdiff_t cw = (width - 1) / 2 + 1;
+    const ptrdiff_t ch = (height - 1) / 2 + 1;
+    uint8_t* planeY = dst;
+    uint8_t* planeV = dst + static_cast<ptrdiff_t>(width) * height;
+    uint8_t* planeU = planeV + cw * ch;
+    for (int32_t j = 0; j < height; ++j) {
+        const uint8_t* s = src + j * pitch;
+        uint8_t* py = planeY + static_cast<ptrdiff_t>(j) * width;
+        // V from the odd row of a block; a block cut to one row uses that row.
+        const bool takeU = (j & 1) == 0;
+        const bool takeV = (j & 1) == 1 || j + 1 == height;
+        uint8_t* pu = planeU + (j / 2) * cw;
+        uint8_t* pv = planeV + (j / 2) * cw;
+        for (int32_t i = 0; i < width; ++i, s += 3) {
+            const int32_t b0 = s[0], b1 = s[1], b2 = s[2];
+            py[i] = static_cast<uint8_t>(((66 * b0 + 129 * b1 + 25 * b2 + 128) >> 8) + 16);
+            if (i & 1) continue;
+            if (takeU) {
+                pu[i / 2] =
+                    static_cast<uint8_t>(((-38 * b0 - 74 * b1 + 112 * b2 + 128) >> 8) + 128);
+            }
+            if (takeV) {
+                pv[i / 2] = static_cast<uint8_t>(((112 * b0 - 94 * b1 - 18 * b2 + 128) >> 8) + 128);
+            }
+        }
+    }
+    return 1;
+}
+
+int RGB24ToYCbCr(const cv::Mat& src, cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb) {
+    if (src.empty() || src.type() != CV_8UC3 || src.dims != 2) return 0;
+    const cv::Mat in = src;  // keeps the pixels alive should a plane alias src
+    const auto& crTab = CrTable();
+    const auto& cbTab = CbTable();
+    Y.create(in.size(), CV_8UC1);
+    Cr.create(in.size(), CV_8UC1);
+    Cb.create(in.size(), CV_8UC1);
+    for (int r = 0; r < in.rows; ++r) {
+        const uint8_t* s = in.ptr<uint8_t>(r);
+        uint8_t* py = Y.ptr<uint8_t>(r);
+        uint8_t* pcr = Cr.ptr<uint8_t>(r);
+        uint8_t* pcb = Cb.ptr<uint8_t>(r);
+        for (int c = 0; c < in.cols; ++c, s += 3) {
+            const int32_t b0 = s[0], b1 = s[1], b2 = s[2];
+            // The weights sum to 2^14, so the luma never exceeds 255.
+            const int32_t y = (1868 * b0 + 9617 * b1 + 4899 * b2 + kHalf14) >> 14;
+            py[c] = static_cast<uint8_t>(y);
+            pcr[c] = crTab[(b2 << 8) | y];
+            pcb[c] = cbTab[(b0 << 8) | y];
+        }
+    }
+    return 1;
+}
+
+int YCbCrToRGB24(cv::Mat& dst, const cv::Mat& Y, const cv::Mat& Cr, const cv::Mat& Cb) {
+    if (Y.empty() || !IsPlane(Y, Y.size()) || !IsPlane(Cr, Y.size()) || !IsPlane(Cb, Y.size())) {
+        return 0;
+    }
+    // Own references, so that re-creating dst cannot pull a plane away.
+    const cv::Mat y = Y, cr = Cr, cb = Cb;
+    dst.create(y.size(), CV_8UC3);
+    for (int r = 0; r < y.rows; ++r) {
+        const uint8_t* py = y.ptr<uint8_t>(r);
+        const uint8_t* pcr = cr.ptr<uint8_t>(r);
+        const uint8_t* pcb = cb.ptr<uint8_t>(r);
+        uint8_t* d = dst.ptr<uint8_t>(r);
+        for (int c = 0; c < y.cols; ++c, d += 3) {
+            const int32_t l = py[c] << 14, vr = pcr[c], vb = pcb[c];
+            d[0] = static_cast<uint8_t>(Clamp14(l + 29049 * vb - 3710080) >> 14);
+            d[1] = static_cast<uint8_t>(Clamp14(l + kHalf14 - (5636 * vb + 11698 * vr - 2218752)) >>
+                                        14);
+            d[2] = static_cast<uint8_t>(Clamp14(l + 22987 * vr - 2934144) >> 14);
+        }
+    }
+    return 1;
+}
