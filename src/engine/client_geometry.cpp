@@ -1,0 +1,232 @@
+// Entry operations on the page quadrangle: the page-vertex search, the
+// rectified size, rectification and animation frames, with the quadrangle
+// legality test and the whole-photograph rules they share.
+//
+// Legality: the four triangles (p0,p1,p2), (p0,p3,p2), (p0,p1,p3) and
+// (p2,p1,p3) by Heron's formula. In a convex quadrangle both diagonals split
+// it into the same area, and no triangle is the whole of it; a tolerance of
+// 20 square pixels absorbs the rounding of integer vertices.
+//
+// Page search: the photograph is searched at a size whose longer side is at
+// most 2048 pixels (scale s = L / 2048 for a longer side L above 2048, else
+// the photograph itself with s = 1); corners come back as int(0.5 + c * s).
+// Success is judged by the third corner alone, not by the detector's answer:
+// the corners are cleared before the detector runs, so a detector that
+// writes nothing reports no page. The page detector in place for now
+// (vision/detect/detector.h) does exactly that, so the search reports no page
+// until real detection lands. VPFindPageVertex2 takes the detector's answer
+// instead and always searches a resized image (scale 1 for small photos);
+// its mode reaches the detector as the flag byte (mode 0: no flags, as the
+// plain search passes).
+//
+// A search scale so extreme that a side would shrink to nothing is kept at
+// one pixel. Operations whose working image has been released (reduction
+// mode 1) fail with 0, except the page search, which first recovers a source
+// from the rectified or enhanced image.
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/imgproc.hpp>
+
+#include "engine/client.h"
+#include "engine/image.h"
+#include "vision/detect/detector.h"
+#include "vision/detect/geometry.h"
+#include "vision/rectify/rectify.h"
+
+namespace {
+
+constexpr double kLegalTolerance = 20.0;
+constexpr int32_t kSearchMaxSide = 2048;
+
+tem_Point ToTem(const tagVPPoint& p) {
+    return tem_Point{p.x, p.y};
+}
+
+uint32_t SearchPage(VPClient* client, tagVPPoint quad[4], bool alwaysResize, int32_t mode) {
+    if (client == nullptr || quad == nullptr) return 0;
+    if (!RecoverSource(client)) return 0;
+    const cv::Mat& source = client->source;
+    const PageSearchSize size = GetPageSearchSize(source.cols, source.rows, alwaysResize);
+
+    // The mode reaches the detector as its flag byte; mode 0 means no flags.
+    unsigned char flag = static_cast<unsigned char>(mode);
+    unsigned char* flags = mode != 0 ? &flag : nullptr;
+    tem_Point corners[4] = {};
+    int edgeCount = 0;
+    int detected;
+    if (size.resize) {
+        cv::Mat reduced;
+        cv::resize(source, reduced, cv::Size(size.width, size.height), 0.0, 0.0, cv::INTER_LINEAR);
+        detected = GetQuotationSheetEdge(reduced, flags, corners, &edgeCount);
+    } else {
+        detected = GetQuotationSheetEdge(source, flags, corners, &edgeCount);
+    }
+
+    for (auto& c : corners) {
+        c.x = MapSearchCoordinate(c.x, size.scale);
+        c.y = MapSearchCoordinate(c.y, size.scale);
+    }
+    if (alwaysResize) {
+        client->found = detected;
+    } else {
+        client->found = (corners[2].x != 0 && corners[2].y != 0) ? 1 : 0;
+    }
+    for (int i = 0; i < 4; ++i) quad[i] = tagVPPoint{corners[i].x, corners[i].y};
+    client->rectWidth = 0;
+    client->rectHeight = 0;
+    client->sizeKnown = 0;
+    return static_cast<uint32_t>(client->found);
+}
+
+bool TakenAsWholePhotograph(const tagVPPoint quad[4], const cv::Mat& source) {
+    return IsWholeImageQuadrangle(quad, source.cols, source.rows) || HasZeroVertex(quad);
+}
+
+}  // namespace
+
+int JudgeLeaglueQuadrangle(const tagVPPoint quad[4]) {
+    if (quad == nullptr) return 0;
+    const tem_Point p0 = ToTem(quad[0]), p1 = ToTem(quad[1]);
+    const tem_Point p2 = ToTem(quad[2]), p3 = ToTem(quad[3]);
+    const double a1 = TriangleArea(p0, p1, p2);
+    const double a2 = TriangleArea(p0, p3, p2);
+    const double a3 = TriangleArea(p0, p1, p3);
+    const double a4 = TriangleArea(p2, p1, p3);
+    const double m = std::max({a1, a2, a3, a4});
+    if (std::abs(a1 + a2 - a3 - a4) > kLegalTolerance) return 0;
+    if (std::abs(m - a1 - a2) < kLegalTolerance) return 0;
+    if (std::abs(m - a3 - a4) < kLegalTolerance) return 0;
+    return 1;
+}
+
+bool IsWholeImageQuadrangle(const tagVPPoint quad[4], int32_t w, int32_t h) {
+    return quad[0].x == 0 && quad[0].y == 0 && quad[1].x == 0 && quad[1].y == h && quad[2].x == w &&
+           quad[2].y == h && quad[3].x == w && quad[3].y == 0;
+}
+
+bool HasZeroVertex(const tagVPPoint quad[4]) {
+    return quad[1].y == 0 || quad[2].x == 0 || quad[2].y == 0 || quad[3].x == 0;
+}
+
+int RecoverSource(VPClient* client) {
+    if (!client->source.empty()) return 1;
+    if (!client->rectifiedImage.empty()) {
+        client->source = std::move(client->rectifiedImage);
+        client->rectifiedImage = cv::Mat();
+        FreeView(client->rectifiedView);
+    } else if (!client->enhancedImage.empty()) {
+        client->source = std::move(client->enhancedImage);
+        client->enhancedImage = cv::Mat();
+        FreeView(client->enhancedView);
+    } else {
+        return 0;
+    }
+    client->rectified = 0;
+    return 1;
+}
+
+PageSearchSize GetPageSearchSize(int32_t width, int32_t height, bool alwaysResize) {
+    const int32_t longer = std::max(width, height);
+    if (longer <= kSearchMaxSide) return PageSearchSize{1.0, width, height, alwaysResize};
+    const double s = longer * 0.00048828125;  // longer / 2048
+    auto side = [s](int32_t v) {
+        const int32_t r = static_cast<int32_t>(v / s + 0.5);
+        return std::clamp(r, 1, kSearchMaxSide);
+    };
+    return PageSearchSize{s, side(width), side(height), true};
+}
+
+uint32_t VPFindPageVertex(VPHandle handle, tagVPPoint quad[4]) {
+    try {
+        return SearchPage(handle, quad, false, 0);
+    } catch (...) {
+        return 0;
+    }
+}
+
+uint32_t VPFindPageVertex2(VPHandle handle, tagVPPoint quad[4], int32_t mode) {
+    try {
+        return SearchPage(handle, quad, true, mode);
+    } catch (...) {
+        return 0;
+    }
+}
+
+uint32_t VPGetRectifiedImageSize(VPHandle handle, tagVPPoint quad[4], int32_t* width,
+                                 int32_t* height) {
+    if (handle == nullptr || quad == nullptr || width == nullptr || height == nullptr) return 0;
+    const cv::Mat& source = handle->source;
+    if (source.empty() || !JudgeLeaglueQuadrangle(quad)) return 0;
+    try {
+        int32_t w = source.cols, h = source.rows;
+        if (!TakenAsWholePhotograph(quad, source)) {
+            GetRectifiedImageSizeWithVertex(source, quad, &w, &h);
+        }
+        *width = w;
+        *height = h;
+        handle->sizeKnown = 1;
+        // The stored height is the width on purpose: callers read the height
+        // from the output only.
+        handle->rectWidth = w;
+        handle->rectHeight = w;
+        return 1;
+    } catch (...) {
+        return 0;
+    }
+}
+
+uint32_t VPRectifyVertexArea(VPHandle handle, tagVPPoint quad[4], tagVPImage** out) {
+    if (handle == nullptr || quad == nullptr || out == nullptr || *out == nullptr) return 0;
+    VPClient* c = handle;
+    FreeView(c->rectifiedView);
+    c->rectifiedImage.release();
+    FreeView(c->enhancedView);
+    c->enhancedImage.release();
+    c->rectified = 0;
+    if (!JudgeLeaglueQuadrangle(quad)) return 0;
+    try {
+        if (TakenAsWholePhotograph(quad, c->source)) {
+            c->rectifiedImage = c->source.clone();
+            if (c->rectifiedImage.empty()) {
+                *out = nullptr;
+                return 0;
+            }
+        } else {
+            if (!c->source.empty())
+                c->rectifiedImage = PerspectiveRectifyAndCutImage(c->source, quad);
+            if (c->rectifiedImage.empty()) return 0;
+        }
+        RenewView(c->rectifiedView, c->rectifiedImage);
+        c->rectified = 1;
+        CopyOut(c->rectifiedImage, *out);
+        return 1;
+    } catch (...) {
+        c->rectifiedImage.release();
+        FreeView(c->rectifiedView);
+        c->rectified = 0;
+        return 0;
+    }
+}
+
+uint32_t VPRectifyVertexAreaAnimation(VPHandle handle, tagVPPoint quad[4], tagVPImage** out) {
+    if (handle == nullptr || quad == nullptr || out == nullptr || *out == nullptr) return 0;
+    const tagVPImage* record = *out;
+    if (!JudgeLeaglueQuadrangle(quad) || HasZeroVertex(quad)) return 0;
+    const cv::Mat& source = handle->source;
+    if (source.empty() || record->width < 1 || record->height < 1) return 0;
+    try {
+        cv::Mat frame(record->height, record->width, CV_8UC3);
+        if (IsWholeImageQuadrangle(quad, source.cols, source.rows)) {
+            // A whole-photograph frame is not delivered: the caller shows the
+            // photograph itself.
+            cv::resize(source, frame, frame.size(), 0.0, 0.0, cv::INTER_NEAREST);
+            return 1;
+        }
+        if (!PerspectiveRectifyAndCutImageAnimation(source, frame, quad)) return 0;
+        CopyOut(frame, *out);
+        return 1;
+    } catch (...) {
+        return 0;
+    }
+}
