@@ -18,3 +18,12 @@ if(SCRIVO_SANITIZE)
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${SCRIVO_SANITIZE})
 endif()
+
+if(SCRIVO_BUILD_FUZZERS)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "SCRIVO_BUILD_FUZZERS needs clang: configure with CC=clang CXX=clang++")
+  endif()
+  # The library is instrumented for coverage; each fuzz target adds the driver.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
