@@ -1,0 +1,139 @@
+/*
+ * Entropy coder: the standard Huffman tables of Annex K, sequential
+ * baseline coding of one block at a time.
+ *
+ * Bits collect in a 64-bit buffer, left to right; when a code does not fit
+ * any more, the 8 full bytes go out at once. A byte of 0xFF in the stream
+ * must be followed by a stuffed 0x00; a bit trick tells whether any of the
+ * 8 bytes is 0xFF, and only then are they written one by one.
+ *
+ * Each block arrives in zig-zag order together with a 64-bit mask of its
+ * non-zero AC coefficients (made by the block coder), so the coder jumps from one
+ * non-zero coefficient to the next with a count-trailing-zeros instead of
+ * testing every position. A code and its magnitude bits go out as one put.
+ * Magnitudes are clamped to what the baseline tables can express (DC
+ * differences to 11 bits, AC values to 10 bits).
+ */
+#include <cstring>
+
+#include "imaging/jpeg/jpeg_internal.h"
+
+namespace scrivo::jpeg {
+
+void BuildHuffTable(const uint8_t* bits, const uint8_t* vals, HuffTable* out) {
+    std::memset(out, 0, sizeof(*out));
+    uint32_t code = 0;
+    int k = 0;
+    for (int len = 1; len <= 16; ++len) {
+        for (int i = 0; i < bits[len]; ++i, ++k) {
+            out->code[vals[k]] = uint16_t(code);
+            out->size[vals[k]] = uint8_t(len);
+            ++code;
+        }
+        code <<= 1;
+    }
+}
+
+namespace {
+
+inline void Emit8(OutBuffer& ob, uint64_t b) {
+    uint8_t* p = ob.data.data() + ob.pos;
+    if (b & 0x8080808080808080ull & ~(b + 0x0101010101010101ull)) {
+        for (int i = 56; i >= 0; i -= 8) {
+            const uint8_t c = uint8_t(b >> i);
+            *p++ = c;
+            if (c == 0xFF) *p++ = 0;
+        }
+        ob.pos = size_t(p - ob.data.data());
+    } else {
+        const uint64_t be = __builtin_bswap64(b);
+        std::memcpy(p, &be, 8);
+        ob.pos += 8;
+    }
+}
+
+inline void PutBits(BitWriter& bw, OutBuffer& ob, uint32_t code, int size) {
+    bw.freeBits -= size;
+    if (bw.freeBits < 0) {
+        const uint64_t b = (bw.buffer << (size + bw.freeBits)) | (uint64_t(code) >> -bw.freeBits);
+        Emit8(ob, b);
+        bw.freeBits += 64;
+        bw.buffer = code;
+    } else {
+        bw.buffer = (bw.buffer << size) | code;
+    }
+}
+
+inline int NumBits(uint32_t a) {
+    return a ? 32 - __builtin_clz(a) : 0;
+}
+
+}  // namespace
+
+void EncodeBlock(Encoder* e, const int16_t* zz, uint64_t mask, Component* c) {
+    OutBuffer& ob = e->out;
+    BitWriter bw = e->bits;
+    const HuffTable& dc = e->dcHuff[c->dcTbl];
+    const HuffTable& ac = e->acHuff[c->acTbl];
+
+    int diff = zz[0] - c->lastDc;
+    c->lastDc = zz[0];
+    if (diff > 2047) diff = 2047;
+    if (diff < -2047) diff = -2047;
+    {
+        const uint32_t a = uint32_t(diff < 0 ? -diff : diff);
+        const int nb = NumBits(a);
+        const uint32_t v = uint32_t(diff < 0 ? diff - 1 : diff) & ((1u << nb) - 1);
+        PutBits(bw, ob, (uint32_t(dc.code[nb]) << nb) | v, dc.size[nb] + nb);
+    }
+
+    int last = 0;
+    while (mask) {
+        const int k = __builtin_ctzll(mask);
+        mask &= mask - 1;
+        int run = k - last - 1;
+        while (run >= 16) {
+            PutBits(bw, ob, ac.code[0xF0], ac.size[0xF0]);
+            run -= 16;
+        }
+        int v = zz[k];
+        if (v > 1023) v = 1023;
+        if (v < -1023) v = -1023;
+        const uint32_t a = uint32_t(v < 0 ? -v : v);
+        const int nb = NumBits(a);
+        const int sym = (run << 4) | nb;
+        const uint32_t bits = uint32_t(v < 0 ? v - 1 : v) & ((1u << nb) - 1);
+        PutBits(bw, ob, (uint32_t(ac.code[sym]) << nb) | bits, ac.size[sym] + nb);
+        last = k;
+    }
+    if (last != 63) PutBits(bw, ob, ac.code[0], ac.size[0]);
+    e->bits = bw;
+}
+
+void FlushBits(Encoder* e) {
+    BitWriter& bw = e->bits;
+    OutBuffer& ob = e->out;
+    int n = 64 - bw.freeBits;
+    uint64_t b = bw.buffer;
+    const int pad = (8 - (n & 7)) & 7;
+    if (pad) {
+        b = (b << pad) | ((1u << pad) - 1);
+        n += pad;
+    }
+    for (int i = n - 8; i >= 0; i -= 8) {
+        const uint8_t c = uint8_t(b >> i);
+        ob.Put(c);
+        if (c == 0xFF) ob.Put(0);
+    }
+    bw.buffer = 0;
+    bw.freeBits = 64;
+}
+
+void EmitRestart(Encoder* e, int n) {
+    FlushBits(e);
+    e->out.Put(0xFF);
+    e->out.Put(uint8_t(0xD0 + (n & 7)));
+    for (int i = 0; i < e->numComps; ++i) e->comp[i].lastDc = 0;
+}
+
+}  // namespace scrivo::jpeg
