@@ -1,0 +1,124 @@
+/*
+ * Framework encode sessions.
+ *
+ * Creation finds an encoder registered for the file type (or the given
+ * component) and opens it on the target record. Scanline calls hand bands
+ * of lines to the component; NV21 input, which the encoder does not take,
+ * is converted band by band to I420 with libyuv first.
+ */
+#include <libyuv.h>
+
+#include <new>
+
+#include "imaging/codec/session.h"
+
+extern "C" MRESULT MCodec_EncodeCreate(MHAMCM manager, const MENCODE_TARGET* target,
+                                       uint32_t fileType, uint32_t componentId, MHCODEC* session) {
+    if (!manager || !target || !target->stream || !session) return 2;
+    *session = nullptr;
+    if (target->width <= 0 || target->height <= 0) return 2;
+    std::unique_ptr<MCODEC_SESSION> s(new (std::nothrow) MCODEC_SESSION);
+    if (!s) return 4;
+    s->encoder = true;
+    s->manager = manager;
+    s->target = *target;
+    AMCM_GetGlobalData(manager, AMCM_KEY_MEMORY_MANAGER, &s->mem);
+    AMCM_GetGlobalData(manager, AMCM_KEY_SECOND_SETTING, &s->secondSetting);
+    uint32_t ids[10];
+    int32_t count = 0;
+    MRESULT r = 0;
+    if (componentId != 0) {
+        ids[0] = componentId;
+        count = 1;
+    } else if ((r = MdUtilsFindCodecComponents(manager, fileType, MD_COMPONENT_ENCODER, ids, 10,
+                                               &count)) != 0) {
+        return r;
+    }
+    if (count == 0) return 3;
+    for (int32_t i = 0; i < count && !s->component; ++i) {
+        MCODEC_COMPONENT* c = nullptr;
+        if ((r = AMCM_CreateComponent(manager, ids[i], &c)) != 0) continue;
+        ComponentPtr comp(c);
+        r = MdUtilsConvertResult(comp->Open(comp->self, target->stream, target), 1);
+        if (r == 0) s->component = std::move(comp);
+    }
+    if (!s->component) return r;
+    if (target->colorID != 0) {
+        s->outFormatNew = target->colorID;
+        s->outFormatOld = MdUtilsNewColorID2Old(target->colorID);
+    }
+    *session = s.release();
+    return 0;
+}
+
+extern "C" MRESULT MCodec_EncodeScanlines(MHCODEC s, const MBITMAP* bm, int32_t* lineCount,
+                                          int32_t* linesDone) {
+    if (linesDone) *linesDone = 0;
+    if (!s || !s->encoder || !bm || !lineCount || !bm->plane[0]) return 2;
+    const int32_t lines = *lineCount;
+    if (lines <= 0 || lines > bm->height || s->linesDone + lines > s->target.height) return 2;
+    const uint32_t fmt = s->outFormatNew != 0 ? s->outFormatNew : bm->pixelFormat;
+    MBITMAP band = *bm;
+    std::vector<uint8_t> i420;
+    if (scrivo::codec::LayoutOf(fmt) == scrivo::codec::Layout::NV21) {
+        if (!bm->plane[1]) return 2;
+        const int32_t w = bm->width, cw = (w + 1) / 2, ch = (lines + 1) / 2;
+        try {
+            i420.resize(static_cast<size_t>(w) * lines + 2 * static_cast<size_t>(cw) * ch);
+        } catch (...) {
+            return 4;
+        }
+        uint8_t* y = i420.data();
+        uint8_t* u = y + static_cast<size_t>(w) * lines;
+        uint8_t* v = u + static_cast<size_t>(cw) * ch;
+        if (libyuv::NV21ToI420(bm->plane[0], bm->pitch[0], bm->plane[1], bm->pitch[1], y, w, u, cw,
+                               v, cw, w, lines) != 0)
+            return 2;
+        band.pixelFormat = MPAF_I420;
+        band.height = lines;
+        band.plane[0] = y;
+        band.plane[1] = u;
+        band.plane[2] = v;
+        band.pitch[0] = w;
+        band.pitch[1] = band.pitch[2] = cw;
+    }
+    int32_t done = 0;
+    MRESULT r =
+        MdUtilsConvertResult(s->component->Scanlines(s->component->self, &band, lines, &done), 1);
+    s->linesDone += done;
+    if (linesDone) *linesDone = done;
+    return r;
+}
+
+extern "C" MRESULT MCodec_EncodeData(MHAMCM manager, const MBITMAP* bm, int32_t quality,
+                                     void** data, int32_t* size) {
+    if (!manager || !bm || !data || !size) return 2;
+    *data = nullptr;
+    *size = 0;
+    MHStream st = MStreamOpenFromMemoryBlock(nullptr, 0);
+    if (!st) return 4;
+    MENCODE_TARGET t{st, bm->width, bm->height, bm->pixelFormat, 1000, 1000};
+    MHCODEC s = nullptr;
+    MRESULT r = MCodec_EncodeCreate(manager, &t, MD_FILETYPE_JPEG, 0, &s);
+    int32_t lines = bm->height, done = 0;
+    if (r == 0) r = MCodec_SetProp(s, MD_PROP_JPEG_QUALITY, &quality, 4);
+    if (r == 0) r = MCodec_EncodeScanlines(s, bm, &lines, &done);
+    MCodec_Destroy(s);
+    const int32_t n = MStreamGetSize(st);
+    if (r == 0 && n > 0) {
+        void* out = MMemAlloc(nullptr, static_cast<size_t>(n));
+        if (!out) {
+            r = 4;
+        } else if (MStreamSeek(st, 0, 0) != 0 || MStreamRead(st, out, n) != n) {
+            MMemFree(nullptr, out);
+            r = 1;
+        } else {
+            *data = out;
+            *size = n;
+        }
+    } else if (r == 0) {
+        r = 1;
+    }
+    MStreamClose(st);
+    return r;
+}
