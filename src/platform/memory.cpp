@@ -11,44 +11,44 @@
 // with a non-zero size is refused instead of followed (copy, move and set
 // do nothing; compare orders null before any block).
 //
-// Code memory is mapped read-write-execute, whole pages. A 64-byte record
-// in front of the returned address (which keeps generated code cache-line
-// aligned) holds the mapping length, so that free, lock and unlock can
-// address the whole mapping, and a tag word; a pointer that is not a page
-// start plus the record, or whose record lacks the tag, is ignored.
+// Code memory is mapped read-write-execute, whole pages. The process keeps a
+// registry of its live code mappings (address -> mapped length), so that
+// free, lock and unlock address the whole mapping and a pointer that is not
+// a live code block is ignored without ever being dereferenced (reading a
+// header in front of an arbitrary pointer could touch unmapped memory).
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <mutex>
 
 #include "scrivo/platform.h"
 
 namespace {
 
-constexpr size_t kCodeRecordBytes = 64;
-constexpr uint64_t kCodeTag = 0x53435256434f4445ull;
+std::mutex& CodeMutex() {
+    static std::mutex m;
+    return m;
+}
 
-struct CodeRecord {
-    size_t mapped;
-    uint64_t tag;
-};
-static_assert(sizeof(CodeRecord) <= kCodeRecordBytes);
+std::map<void*, size_t>& CodeBlocks() {
+    static std::map<void*, size_t> blocks;
+    return blocks;
+}
+
+// The mapped length of a live code block, or 0.
+size_t CodeLength(void* code) {
+    std::lock_guard<std::mutex> lock(CodeMutex());
+    const auto it = CodeBlocks().find(code);
+    return it == CodeBlocks().end() ? 0 : it->second;
+}
 
 size_t PageSize() {
     const long page = sysconf(_SC_PAGESIZE);
     return page > 0 ? static_cast<size_t>(page) : 4096;
-}
-
-CodeRecord* RecordOf(void* code) {
-    if (code == nullptr) return nullptr;
-    const uintptr_t start = reinterpret_cast<uintptr_t>(code) - kCodeRecordBytes;
-    if (reinterpret_cast<uintptr_t>(code) < kCodeRecordBytes || start % PageSize() != 0) {
-        return nullptr;
-    }
-    auto* record = reinterpret_cast<CodeRecord*>(start);
-    return record->tag == kCodeTag ? record : nullptr;
 }
 
 void* HeapResize(void* ptr, size_t size) {
@@ -118,33 +118,41 @@ void MHugeMemUnlock(void*) {}
 
 void* MCodeAlloc(size_t size) {
     const size_t page = PageSize();
-    if (size == 0 || size > SIZE_MAX - kCodeRecordBytes - page) return nullptr;
-    const size_t mapped = (size + kCodeRecordBytes + page - 1) / page * page;
+    if (size == 0 || size > SIZE_MAX - page) return nullptr;
+    const size_t mapped = (size + page - 1) / page * page;
     void* map = mmap(nullptr, mapped, PROT_READ | PROT_WRITE | PROT_EXEC,
                      MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (map == MAP_FAILED) return nullptr;
-    auto* record = static_cast<CodeRecord*>(map);
-    record->mapped = mapped;
-    record->tag = kCodeTag;
-    return static_cast<unsigned char*>(map) + kCodeRecordBytes;
+    try {
+        std::lock_guard<std::mutex> lock(CodeMutex());
+        CodeBlocks().emplace(map, mapped);
+    } catch (...) {
+        munmap(map, mapped);
+        return nullptr;
+    }
+    return map;
 }
 
 void MCodeFree(void* code) {
-    CodeRecord* record = RecordOf(code);
-    if (record == nullptr) return;
-    const size_t mapped = record->mapped;
-    record->tag = 0;
-    munmap(record, mapped);
+    size_t mapped = 0;
+    {
+        std::lock_guard<std::mutex> lock(CodeMutex());
+        const auto it = CodeBlocks().find(code);
+        if (it == CodeBlocks().end()) return;
+        mapped = it->second;
+        CodeBlocks().erase(it);
+    }
+    munmap(code, mapped);
 }
 
 void* MCodeLock(void* code) {
-    CodeRecord* record = RecordOf(code);
-    if (record == nullptr || mlock(record, record->mapped) != 0) return nullptr;
+    const size_t mapped = CodeLength(code);
+    if (mapped == 0 || mlock(code, mapped) != 0) return nullptr;
     return code;
 }
 
 void MCodeUnlock(void* code) {
-    if (CodeRecord* record = RecordOf(code)) munlock(record, record->mapped);
+    if (const size_t mapped = CodeLength(code)) munlock(code, mapped);
 }
 
 }  // extern "C"
