@@ -1,0 +1,96 @@
+/*
+ * Scrivo EXIF: reading a photograph's EXIF block, taking out and replacing
+ * its thumbnail, patching its image-size fields, writing it into another
+ * JPEG in place, and finding the end of JPEG data in front of an appended
+ * extension block.
+ *
+ * An EXIF block is the raw bytes of one JPEG APP1 segment from its 0xFF 0xE1
+ * marker on ("Exif", two zero bytes, a TIFF structure), possibly preceded by
+ * other marker segments, which are skipped. Blocks and thumbnails handed out
+ * or taken back by these functions live on the process heap: allocate them
+ * with MMemAlloc(0, n) and free them with MeFreeExifData / MeFreeThumbnailData.
+ *
+ * Results: 0 success (also when there is nothing to do), 2 invalid argument,
+ * 3 malformed or unsupported data, 4 out of memory, 4101 seek failed, 4102
+ * read failed (stream too short), 4103 write failed. Functions that work on
+ * a stream put its position back where it was on every failure.
+ */
+#ifndef SCRIVO_EXIF_H
+#define SCRIVO_EXIF_H
+
+#include "scrivo/platform.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The EXIF reader object. */
+typedef struct MExifObject* MHExif;
+
+/* Makes an empty reader; handle is the memory manager (0: the heap). */
+SCRIVO_API MRESULT MExif_Create(MHandle handle, MHExif* exif);
+SCRIVO_API MRESULT MExif_Destroy(MHExif exif);
+
+/* Reads the first "Exif" APP1 segment of the JPEG in the stream (from the
+ * stream's start, whatever its position; the position is kept). A JPEG
+ * without one succeeds and leaves the reader empty; data that does not start
+ * with SOI, or whose segments run past the end, give 3 or 4102. */
+SCRIVO_API MRESULT MExif_InitFromStream(MHExif exif, MHStream stream);
+
+/* Hands out the raw block (null and 0 when the JPEG had none). The bytes stay
+ * the reader's and are valid until MExif_UnLockExifData, a new
+ * MExif_InitFromStream or MExif_Destroy. Locking twice gives 1. */
+SCRIVO_API MRESULT MExif_LockExifData(MHExif exif, uint8_t** data, uint32_t* length);
+SCRIVO_API MRESULT MExif_UnLockExifData(MHExif exif);
+
+/* Frees a block allocated with MMemAlloc(0, n) (see above). */
+SCRIVO_API void MeFreeExifData(uint8_t* block);
+
+/* Copies out the IFD1 JPEG thumbnail of the block. A block without EXIF,
+ * IFD1 or thumbnail gives 0 with *thumbnail null and *thumbnailLength 0. */
+SCRIVO_API MRESULT MeGetThumbnailData(const uint8_t* block, uint32_t length, uint8_t** thumbnail,
+                                      uint32_t* thumbnailLength);
+SCRIVO_API void MeFreeThumbnailData(uint8_t* thumbnail);
+
+/* Replaces the IFD1 thumbnail with thumbnailLength bytes (a length of 0
+ * erases it). The thumbnail is taken to be the APP1 segment's last content:
+ * whatever followed it inside the segment is dropped. *block is reallocated
+ * (the old one freed) on success; on failure it is unchanged. */
+SCRIVO_API MRESULT MeReplaceThumbnailInExif(uint8_t** block, uint32_t* length,
+                                            const uint8_t* thumbnail, uint32_t thumbnailLength);
+
+/* Writes the pixel size into the block's image-size fields, in the block's
+ * byte order: PixelXDimension (0xA002) and PixelYDimension (0xA003) of the
+ * EXIF sub-IFD (found through IFD0's tag 0x8769), and ImageWidth (0x0100) and
+ * ImageLength (0x0101) when IFD0 carries them. A SHORT field whose new value
+ * does not fit 16 bits becomes a LONG (count 1, so the value stays inline).
+ * Fields of other types or counts are left alone. */
+SCRIVO_API MRESULT MeReplaceImageSize(uint8_t* block, uint32_t length, uint32_t width,
+                                      uint32_t height);
+
+/* Puts the block into the JPEG in a read-write stream, in place: it replaces
+ * the old EXIF segment and the application/comment segments after it (or,
+ * without one, all of them after SOI), with the frame's size written into
+ * the block first (so the block is modified). The file is never shortened:
+ * a shorter block is padded with 0xFF bytes inside its APP1 segment. */
+SCRIVO_API MRESULT MeAddExifToJpegFile(MHStream stream, uint8_t* block, uint32_t length);
+/* The reader-level form of MeAddExifToJpegFile; logs its failure. */
+SCRIVO_API MRESULT MExif_AddExifToJpegFile(MHStream stream, uint8_t* block, uint32_t length);
+
+/* Size of the extension block's footer, and its tag. */
+#define MEXIF_ZQTM_FOOTER_SIZE 20
+#define MEXIF_ZQTM_TAG "ZQTM"
+
+/* Finds where the JPEG data of the stream ends. With a valid 20-byte "ZQTM"
+ * footer at the stream's end (tag, 16-bit little-endian 16, a 32-bit
+ * little-endian block length of at least 20 that leaves some bytes in front)
+ * *jpegEnd is the block's start and the result 0; otherwise *jpegEnd is the
+ * stream size and the result 3. With 0 or 3 the stream is left at its start
+ * for the JPEG reader; 2, 4101 and 4102 keep its position. */
+SCRIVO_API MRESULT MeGetJpegDataEnd(MHStream stream, int32_t* jpegEnd);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* SCRIVO_EXIF_H */

@@ -1,0 +1,130 @@
+// Thumbnail extraction and replacement, and image-size patching, on blocks
+// built in both byte orders.
+#include <gtest/gtest.h>
+
+#include "exif_test_util.h"
+#include "scrivo/exif.h"
+
+using namespace exiftest;
+
+namespace {
+
+// Copies bytes into a heap block the EXIF functions may reallocate.
+struct HeapBlock {
+    uint8_t* data = nullptr;
+    uint32_t length = 0;
+    explicit HeapBlock(const Bytes& b) : length(static_cast<uint32_t>(b.size())) {
+        data = static_cast<uint8_t*>(MMemAlloc(nullptr, b.size()));
+        MMemCpy(data, b.data(), b.size());
+    }
+    ~HeapBlock() { MeFreeExifData(data); }
+    Bytes bytes() const { return Bytes(data, data + length); }
+};
+
+Bytes Thumbnail(const uint8_t* block, uint32_t length, MRESULT* r) {
+    uint8_t* t = nullptr;
+    uint32_t n = 0;
+    *r = MeGetThumbnailData(block, length, &t, &n);
+    Bytes out(t, t + n);
+    MeFreeThumbnailData(t);
+    return out;
+}
+
+}  // namespace
+
+TEST(ExifThumbnail, ExtractAndReplaceInBothByteOrders) {
+    const Bytes oldThumb = EncodeJpeg(16, 12);
+    const Bytes newThumb = EncodeJpeg(10, 6, true);
+    const Bytes trailer = {0xFF, 0xFE, 0x00, 0x04, 'h', 'i'};  // a COM segment after APP1
+    for (bool little : {true, false}) {
+        SCOPED_TRACE(little ? "II" : "MM");
+        Bytes built = BuildExifBlock({little, 3, true, oldThumb});
+        const size_t app1Size = built.size();
+        built.insert(built.end(), trailer.begin(), trailer.end());
+        HeapBlock block(built);
+        MRESULT r = 1;
+        EXPECT_EQ(Thumbnail(block.data, block.length, &r), oldThumb);
+        EXPECT_EQ(r, MOK);
+
+        ASSERT_EQ(MeReplaceThumbnailInExif(&block.data, &block.length, newThumb.data(),
+                                           static_cast<uint32_t>(newThumb.size())),
+                  MOK);
+        const Bytes now = block.bytes();
+        ASSERT_EQ(now.size(), built.size() - app1Size + 10 + kThumbOffset + newThumb.size());
+        EXPECT_EQ((now[2] << 8 | now[3]) + 2u, 10 + kThumbOffset + newThumb.size());
+        // The length entry (IFD1 entry 5) holds the new length in block order.
+        EXPECT_EQ(ReadTiff32(now, kIfd1 + 2 + 5 * 12 + 8, little), newThumb.size());
+        EXPECT_EQ(Bytes(now.end() - trailer.size(), now.end()), trailer);
+        EXPECT_EQ(Thumbnail(block.data, block.length, &r), newThumb);
+
+        // Length 0 erases the thumbnail but keeps its entries.
+        ASSERT_EQ(MeReplaceThumbnailInExif(&block.data, &block.length, nullptr, 0), MOK);
+        EXPECT_EQ(block.length, 10 + kThumbOffset + trailer.size());
+        EXPECT_TRUE(Thumbnail(block.data, block.length, &r).empty());
+        EXPECT_EQ(r, MOK);
+    }
+}
+
+TEST(ExifThumbnail, OddBlocksAreLeftAloneOrRefused) {
+    // No IFD1: nothing to do, the block is unchanged.
+    const Bytes noIfd1 = BuildExifBlock({true, 3, false, {}});
+    HeapBlock a(noIfd1);
+    const Bytes thumb(100, 0xAB);
+    EXPECT_EQ(MeReplaceThumbnailInExif(&a.data, &a.length, thumb.data(), 100), MOK);
+    EXPECT_EQ(a.bytes(), noIfd1);
+
+    // IFD1 linked back to IFD0 (a loop), and a thumbnail offset pointing into
+    // IFD1's own table: refused, unchanged.
+    Bytes loop = BuildExifBlock({true, 3, true, Bytes(50, 1)});
+    loop[10 + 74 - 4] = kIfd0;
+    Bytes intoSelf = BuildExifBlock({false, 3, true, Bytes(50, 1)});
+    intoSelf[10 + kIfd1 + 2 + 4 * 12 + 11] = kIfd1 + 10;
+    for (const Bytes& bad : {loop, intoSelf}) {
+        HeapBlock b(bad);
+        EXPECT_EQ(MeReplaceThumbnailInExif(&b.data, &b.length, thumb.data(), 100),
+                  MERR_UNSUPPORTED);
+        EXPECT_EQ(b.bytes(), bad);
+    }
+
+    // Every truncation of a good block is refused or harmless, never read
+    // past (the sanitizers watch the exact-size heap copies).
+    const Bytes good = BuildExifBlock({false, 3, true, Bytes(40, 7)});
+    for (size_t n = 1; n < good.size(); ++n) {
+        HeapBlock c(Bytes(good.begin(), good.begin() + static_cast<long>(n)));
+        MRESULT r = 0;
+        Thumbnail(c.data, c.length, &r);
+        EXPECT_TRUE(r == MOK || r == MERR_UNSUPPORTED) << n;
+        r = MeReplaceThumbnailInExif(&c.data, &c.length, thumb.data(), 100);
+        EXPECT_TRUE(r == MOK || r == MERR_UNSUPPORTED) << n;
+        r = MeReplaceImageSize(c.data, c.length, 5, 6);
+        EXPECT_TRUE(r == MOK || r == MERR_UNSUPPORTED) << n;
+    }
+}
+
+TEST(ExifImageSize, PatchesShortAndLongDimensions) {
+    const uint32_t xPos = kExifIfd + 2 + 4 * 12, yPos = xPos + 12;
+    for (bool little : {true, false}) {
+        for (uint16_t type : {uint16_t{3}, uint16_t{4}}) {
+            Bytes b = BuildExifBlock({little, type, true, Bytes(8, 0)});
+            ASSERT_EQ(MeReplaceImageSize(b.data(), static_cast<uint32_t>(b.size()), 4000, 3000),
+                      MOK);
+            EXPECT_EQ(ReadTiff16(b, xPos + 2, little), type);
+            const uint32_t x =
+                type == 3 ? ReadTiff16(b, xPos + 8, little) : ReadTiff32(b, xPos + 8, little);
+            EXPECT_EQ(x, 4000u);
+            // A SHORT that must hold more than 16 bits becomes a LONG.
+            ASSERT_EQ(MeReplaceImageSize(b.data(), static_cast<uint32_t>(b.size()), 4000, 70000),
+                      MOK);
+            EXPECT_EQ(ReadTiff16(b, yPos + 2, little), 4u);
+            EXPECT_EQ(ReadTiff32(b, yPos + 8, little), 70000u);
+        }
+    }
+    // An EXIF pointer back at IFD0 is refused without writing.
+    Bytes loop = BuildExifBlock({true, 3, true, {}});
+    loop[10 + kIfd0 + 2 + 4 * 12 + 8] = kIfd0;
+    const Bytes before = loop;
+    EXPECT_EQ(MeReplaceImageSize(loop.data(), static_cast<uint32_t>(loop.size()), 1, 1),
+              MERR_UNSUPPORTED);
+    EXPECT_EQ(loop, before);
+    EXPECT_EQ(MeReplaceImageSize(nullptr, 0, 1, 1), MERR_INVALID_PARAM);
+}

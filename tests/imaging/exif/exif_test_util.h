@@ -1,0 +1,167 @@
+// Fixtures for the EXIF tests: JPEGs from libjpeg and EXIF blocks built
+// field by field in either byte order.
+#ifndef SCRIVO_TESTS_EXIF_TEST_UTIL_H
+#define SCRIVO_TESTS_EXIF_TEST_UTIL_H
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
+#include <vector>
+
+#include <jpeglib.h>
+
+namespace exiftest {
+
+using Bytes = std::vector<uint8_t>;
+
+// A w x h gradient JPEG (JFIF APP0 first) from libjpeg.
+inline Bytes EncodeJpeg(int w, int h, bool grey = false) {
+    jpeg_compress_struct c;
+    jpeg_error_mgr err;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &out, &size);
+    c.image_width = w;
+    c.image_height = h;
+    c.input_components = grey ? 1 : 3;
+    c.in_color_space = grey ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_set_defaults(&c);
+    jpeg_start_compress(&c, TRUE);
+    Bytes row(static_cast<size_t>(w) * c.input_components);
+    for (int y = 0; y < h; ++y) {
+        for (size_t i = 0; i < row.size(); ++i) row[i] = static_cast<uint8_t>(i * 7 + y * 3);
+        JSAMPROW p = row.data();
+        jpeg_write_scanlines(&c, &p, 1);
+    }
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    Bytes result(out, out + size);
+    free(out);
+    return result;
+}
+
+// Decodes our own test JPEGs with libjpeg; true when no warning came up.
+inline bool DecodeJpeg(const Bytes& jpeg, int* w, int* h) {
+    jpeg_decompress_struct d;
+    jpeg_error_mgr err;
+    d.err = jpeg_std_error(&err);
+    jpeg_create_decompress(&d);
+    jpeg_mem_src(&d, jpeg.data(), jpeg.size());
+    jpeg_read_header(&d, TRUE);
+    jpeg_start_decompress(&d);
+    Bytes row(static_cast<size_t>(d.output_width) * d.output_components);
+    for (JSAMPROW p = row.data(); d.output_scanline < d.output_height;)
+        jpeg_read_scanlines(&d, &p, 1);
+    jpeg_finish_decompress(&d);
+    *w = static_cast<int>(d.image_width);
+    *h = static_cast<int>(d.image_height);
+    jpeg_destroy_decompress(&d);
+    return err.num_warnings == 0;
+}
+
+struct BlockOptions {
+    bool little = true;
+    uint32_t sizeType = 3;  // SHORT (3) or LONG (4) pixel-dimension fields
+    bool withIfd1 = true;
+    Bytes thumbnail;
+};
+// TIFF offsets of the structure BuildExifBlock writes.
+constexpr uint32_t kIfd0 = 8, kExifIfd = 90, kIfd1 = 168, kThumbOffset = 262;
+
+// APP1 segment: marker, length, "Exif\0\0", TIFF with IFD0, the EXIF sub-IFD
+// (PixelX/YDimension 0) and IFD1 with the thumbnail last.
+inline Bytes BuildExifBlock(const BlockOptions& o) {
+    Bytes t;
+    auto u16 = [&](uint32_t v) {
+        const uint8_t hi = static_cast<uint8_t>(v >> 8), lo = static_cast<uint8_t>(v);
+        t.insert(t.end(), o.little ? std::initializer_list<uint8_t>{lo, hi}
+                                   : std::initializer_list<uint8_t>{hi, lo});
+    };
+    auto u32 = [&](uint32_t v) {
+        u16(o.little ? v & 0xFFFF : v >> 16);
+        u16(o.little ? v >> 16 : v & 0xFFFF);
+    };
+    // Entries {tag, type, count, value}; UNDEFINED values are raw bytes.
+    auto ifd = [&](std::initializer_list<std::array<uint32_t, 4>> fields, uint32_t link) {
+        u16(static_cast<uint32_t>(fields.size()));
+        for (const auto& [tag, type, count, value] : fields) {
+            u16(tag);
+            u16(type);
+            u32(count);
+            if (type == 7) {
+                for (int i = 3; i >= 0; --i) t.push_back(static_cast<uint8_t>(value >> 8 * i));
+            } else if (type == 3) {
+                u16(value);
+                u16(0);
+            } else {
+                u32(value);
+            }
+        }
+        u32(link);
+    };
+    auto rationals = [&] {
+        for (int i = 0; i < 2; ++i) u32(72), u32(1);
+    };
+    t = {static_cast<uint8_t>(o.little ? 'I' : 'M'), static_cast<uint8_t>(o.little ? 'I' : 'M')};
+    u16(42);
+    u32(kIfd0);
+    ifd({{0x011A, 5, 1, 74},
+         {0x011B, 5, 1, 82},
+         {0x0128, 3, 1, 2},
+         {0x0213, 3, 1, 1},
+         {0x8769, 4, 1, kExifIfd}},
+        o.withIfd1 ? kIfd1 : 0);
+    rationals();
+    ifd({{0x9000, 7, 4, 0x30323332},
+         {0x9101, 7, 4, 0x01020300},
+         {0xA000, 7, 4, 0x30313030},
+         {0xA001, 3, 1, 1},
+         {0xA002, o.sizeType, 1, 0},
+         {0xA003, o.sizeType, 1, 0}},
+        0);
+    if (o.withIfd1) {
+        ifd({{0x0103, 3, 1, 6},
+             {0x011A, 5, 1, 246},
+             {0x011B, 5, 1, 254},
+             {0x0128, 3, 1, 2},
+             {0x0201, 4, 1, kThumbOffset},
+             {0x0202, 4, 1, static_cast<uint32_t>(o.thumbnail.size())}},
+            0);
+        rationals();
+        t.insert(t.end(), o.thumbnail.begin(), o.thumbnail.end());
+    }
+    const size_t segment = t.size() + 8;
+    const uint8_t head[10] = {0xFF,
+                              0xE1,
+                              static_cast<uint8_t>(segment >> 8),
+                              static_cast<uint8_t>(segment),
+                              'E',
+                              'x',
+                              'i',
+                              'f',
+                              0,
+                              0};
+    Bytes block(sizeof head + t.size());
+    std::copy(std::begin(head), std::end(head), block.begin());
+    std::copy(t.begin(), t.end(), block.begin() + sizeof head);
+    return block;
+}
+
+// Values at a TIFF offset of a block that starts with its APP1 marker.
+inline uint32_t ReadTiff16(const Bytes& b, uint32_t off, bool little) {
+    const uint8_t* p = b.data() + 10 + off;
+    return little ? p[0] | p[1] << 8 : p[0] << 8 | p[1];
+}
+inline uint32_t ReadTiff32(const Bytes& b, uint32_t off, bool little) {
+    const uint32_t a = ReadTiff16(b, off, little), c = ReadTiff16(b, off + 2, little);
+    return little ? a | c << 16 : a << 16 | c;
+}
+
+}  // namespace exiftest
+
+#endif
