@@ -27,6 +27,15 @@ inline int32_t ScaledExtent(int32_t lo, int32_t hi, int32_t d) {
 enum class Layout { Unsupported, Rgba, Gray, I420, NV21 };
 Layout LayoutOf(uint32_t newId);
 
+/* Most candidate components a session tries for one file type. */
+constexpr int32_t kMaxCandidates = 10;
+
+/* The components a session tries, in order: the one asked for, or else every
+ * registered component of the given kind (MD_COMPONENT_DECODER or _ENCODER)
+ * for the file type. 3 when there is none. */
+MRESULT CandidateComponents(MHAMCM manager, uint32_t componentId, uint32_t fileType, uint32_t kind,
+                            uint32_t ids[kMaxCandidates], int32_t* count);
+
 }  // namespace scrivo::codec
 
 #endif

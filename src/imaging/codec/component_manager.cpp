@@ -14,6 +14,7 @@
 #include <new>
 #include <vector>
 
+#include "imaging/codec/codec_internal.h"
 #include "scrivo/codec.h"
 
 struct AMCM_Manager {
@@ -109,4 +110,19 @@ extern "C" MRESULT MdUtilsFindCodecComponents(MHAMCM m, uint32_t fileType, uint3
         ids[(*count)++] = e->id;
     }
     return 0;
+}
+
+MRESULT scrivo::codec::CandidateComponents(MHAMCM manager, uint32_t componentId, uint32_t fileType,
+                                           uint32_t kind, uint32_t ids[kMaxCandidates],
+                                           int32_t* count) {
+    *count = 0;
+    if (componentId != 0) {
+        ids[0] = componentId;
+        *count = 1;
+        return 0;
+    }
+    const MRESULT r =
+        MdUtilsFindCodecComponents(manager, fileType, kind, ids, kMaxCandidates, count);
+    if (r != 0) return r;
+    return *count == 0 ? 3 : 0;
 }

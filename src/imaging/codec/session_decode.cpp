@@ -123,16 +123,11 @@ extern "C" MRESULT MCodec_DecodeCreate(MHAMCM manager, MHStream stream, uint32_t
     uint32_t type = 0;
     MRESULT r = MdGetImgFileFormat(stream, &type);
     if (r != 0) return r;
-    uint32_t ids[10];
+    uint32_t ids[scrivo::codec::kMaxCandidates];
     int32_t count = 0;
-    if (componentId != 0) {
-        ids[0] = componentId;
-        count = 1;
-    } else if ((r = MdUtilsFindCodecComponents(manager, type, MD_COMPONENT_DECODER, ids, 10,
-                                               &count)) != 0) {
-        return r;
-    }
-    if (count == 0) return 3;
+    r = scrivo::codec::CandidateComponents(manager, componentId, type, MD_COMPONENT_DECODER, ids,
+                                           &count);
+    if (r != 0) return r;
     const int32_t start = MStreamTell(stream);
     for (int32_t i = 0; i < count; ++i) {
         MCODEC_COMPONENT* c = nullptr;

@@ -24,17 +24,11 @@ extern "C" MRESULT MCodec_EncodeCreate(MHAMCM manager, const MENCODE_TARGET* tar
     s->target = *target;
     AMCM_GetGlobalData(manager, AMCM_KEY_MEMORY_MANAGER, &s->mem);
     AMCM_GetGlobalData(manager, AMCM_KEY_SECOND_SETTING, &s->secondSetting);
-    uint32_t ids[10];
+    uint32_t ids[scrivo::codec::kMaxCandidates];
     int32_t count = 0;
-    MRESULT r = 0;
-    if (componentId != 0) {
-        ids[0] = componentId;
-        count = 1;
-    } else if ((r = MdUtilsFindCodecComponents(manager, fileType, MD_COMPONENT_ENCODER, ids, 10,
-                                               &count)) != 0) {
-        return r;
-    }
-    if (count == 0) return 3;
+    MRESULT r = scrivo::codec::CandidateComponents(manager, componentId, fileType,
+                                                   MD_COMPONENT_ENCODER, ids, &count);
+    if (r != 0) return r;
     for (int32_t i = 0; i < count && !s->component; ++i) {
         MCODEC_COMPONENT* c = nullptr;
         if ((r = AMCM_CreateComponent(manager, ids[i], &c)) != 0) continue;
