@@ -13,6 +13,7 @@
 #include <jpeglib.h>
 
 #include "scrivo/codec.h"
+#include "support/libjpeg_ref.h"
 
 namespace {
 
@@ -23,40 +24,19 @@ const std::vector<uint8_t>& Photo() {
     static const std::vector<uint8_t> bytes = [] {
         // Smooth shading with texture: a camera photograph's mix of flat
         // areas and detail, so the entropy decoder has realistic work.
-        std::vector<uint8_t> rgb(static_cast<size_t>(kWidth) * 3);
-        jpeg_compress_struct c{};
-        jpeg_error_mgr err{};
-        c.err = jpeg_std_error(&err);
-        jpeg_create_compress(&c);
-        unsigned char* out = nullptr;
-        unsigned long size = 0;
-        jpeg_mem_dest(&c, &out, &size);
-        c.image_width = kWidth;
-        c.image_height = kHeight;
-        c.input_components = 3;
-        c.in_color_space = JCS_RGB;
-        jpeg_set_defaults(&c);
-        jpeg_set_quality(&c, 90, TRUE);
-        jpeg_start_compress(&c, TRUE);
+        std::vector<uint8_t> rgb(static_cast<size_t>(kWidth) * kHeight * 3);
         uint32_t seed = 12345;
-        while (c.next_scanline < c.image_height) {
-            const int y = static_cast<int>(c.next_scanline);
+        for (int y = 0; y < kHeight; ++y) {
+            uint8_t* p = &rgb[static_cast<size_t>(y) * kWidth * 3];
             for (int x = 0; x < kWidth; ++x) {
                 seed = seed * 1103515245u + 12345u;
                 const int noise = static_cast<int>((seed >> 16) & 31) - 16;
-                rgb[x * 3] = static_cast<uint8_t>(std::clamp(x * 255 / kWidth + noise, 0, 255));
-                rgb[x * 3 + 1] =
-                    static_cast<uint8_t>(std::clamp(y * 255 / kHeight + noise, 0, 255));
-                rgb[x * 3 + 2] = static_cast<uint8_t>(((x / 40 + y / 40) % 2) ? 200 : 60);
+                p[x * 3] = static_cast<uint8_t>(std::clamp(x * 255 / kWidth + noise, 0, 255));
+                p[x * 3 + 1] = static_cast<uint8_t>(std::clamp(y * 255 / kHeight + noise, 0, 255));
+                p[x * 3 + 2] = static_cast<uint8_t>(((x / 40 + y / 40) % 2) ? 200 : 60);
             }
-            JSAMPROW row = rgb.data();
-            jpeg_write_scanlines(&c, &row, 1);
         }
-        jpeg_finish_compress(&c);
-        jpeg_destroy_compress(&c);
-        std::vector<uint8_t> b(out, out + size);
-        free(out);
-        return b;
+        return libjpeg_ref::Compress(rgb.data(), kWidth, kHeight, size_t(kWidth) * 3);
     }();
     return bytes;
 }

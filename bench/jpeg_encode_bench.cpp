@@ -18,6 +18,7 @@
 
 #include "imaging/jpeg/jpeg_internal.h"
 #include "scrivo/jpeg.h"
+#include "support/libjpeg_ref.h"
 
 namespace {
 
@@ -31,26 +32,13 @@ std::vector<uint8_t> LoadPhoto() {
     std::string path = __FILE__;
     path = path.substr(0, path.rfind("/bench/")) + "/../shared/data/synth-dev/0008.jpg";
     if (FILE* f = std::fopen(path.c_str(), "rb")) {
-        jpeg_decompress_struct c;
-        jpeg_error_mgr err;
-        c.err = jpeg_std_error(&err);
-        jpeg_create_decompress(&c);
-        jpeg_stdio_src(&c, f);
-        jpeg_read_header(&c, TRUE);
-        c.out_color_space = JCS_EXT_RGBA;
-        jpeg_start_decompress(&c);
-        if (c.output_width == kWidth && c.output_height == kHeight) {
-            while (c.output_scanline < c.output_height) {
-                JSAMPROW row = rgba.data() + size_t(c.output_scanline) * kWidth * 4;
-                jpeg_read_scanlines(&c, &row, 1);
-            }
-            jpeg_finish_decompress(&c);
-            jpeg_destroy_decompress(&c);
-            std::fclose(f);
-            return rgba;
-        }
-        jpeg_destroy_decompress(&c);
+        std::vector<uint8_t> bytes;
+        uint8_t buf[65536];
+        for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;)
+            bytes.insert(bytes.end(), buf, buf + n);
         std::fclose(f);
+        libjpeg_ref::Decoded d = libjpeg_ref::Decompress(bytes, JCS_EXT_RGBA);
+        if (d.ok && d.width == kWidth && d.height == kHeight) return std::move(d.pixels);
     }
     uint32_t s = 1;
     for (int y = 0; y < kHeight; ++y) {

@@ -8,6 +8,8 @@
 
 #include <jpeglib.h>
 
+#include "support/libjpeg_ref.h"
+
 #include "scrivo/codec.h"
 
 namespace codec_test {
@@ -36,33 +38,13 @@ inline std::vector<uint8_t> Picture(int w, int h) {
 
 inline std::vector<uint8_t> Compress(const std::vector<uint8_t>& rgb, int w, int h,
                                      const JpegOptions& o = {}) {
-    jpeg_compress_struct c{};
-    jpeg_error_mgr err{};
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &out, &size);
-    c.image_width = static_cast<JDIMENSION>(w);
-    c.image_height = static_cast<JDIMENSION>(h);
-    c.input_components = 3;
-    c.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&c);
-    if (o.grey) jpeg_set_colorspace(&c, JCS_GRAYSCALE);
-    jpeg_set_quality(&c, o.quality, TRUE);
-    if (!o.subsample420 && !o.grey) c.comp_info[0].h_samp_factor = c.comp_info[0].v_samp_factor = 1;
-    if (o.progressive) jpeg_simple_progression(&c);
-    c.restart_in_rows = o.restartRows;
-    jpeg_start_compress(&c, TRUE);
-    while (c.next_scanline < c.image_height) {
-        JSAMPROW row = const_cast<uint8_t*>(&rgb[static_cast<size_t>(c.next_scanline) * w * 3]);
-        jpeg_write_scanlines(&c, &row, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    std::vector<uint8_t> bytes(out, out + size);
-    free(out);
-    return bytes;
+    libjpeg_ref::CompressOptions c;
+    c.grey = o.grey;
+    c.quality = o.quality;
+    if (!o.subsample420) c.hSamp = c.vSamp = 1;
+    c.progressive = o.progressive;
+    c.restartRows = o.restartRows;
+    return libjpeg_ref::Compress(rgb.data(), w, h, size_t(w) * 3, c);
 }
 
 // A manager with the JPEG components, destroyed with the test.

@@ -13,55 +13,31 @@
 
 #include <jpeglib.h>
 
+#include "support/libjpeg_ref.h"
+
 namespace exiftest {
 
 using Bytes = std::vector<uint8_t>;
 
 // A w x h gradient JPEG (JFIF APP0 first) from libjpeg.
 inline Bytes EncodeJpeg(int w, int h, bool grey = false) {
-    jpeg_compress_struct c;
-    jpeg_error_mgr err;
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &out, &size);
-    c.image_width = w;
-    c.image_height = h;
-    c.input_components = grey ? 1 : 3;
-    c.in_color_space = grey ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_set_defaults(&c);
-    jpeg_start_compress(&c, TRUE);
-    Bytes row(static_cast<size_t>(w) * c.input_components);
-    for (int y = 0; y < h; ++y) {
-        for (size_t i = 0; i < row.size(); ++i) row[i] = static_cast<uint8_t>(i * 7 + y * 3);
-        JSAMPROW p = row.data();
-        jpeg_write_scanlines(&c, &p, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    Bytes result(out, out + size);
-    free(out);
-    return result;
+    const int comps = grey ? 1 : 3;
+    Bytes px(static_cast<size_t>(w) * h * comps);
+    for (int y = 0; y < h; ++y)
+        for (size_t i = 0; i < size_t(w) * comps; ++i)
+            px[y * size_t(w) * comps + i] = static_cast<uint8_t>(i * 7 + y * 3);
+    libjpeg_ref::CompressOptions o;
+    o.components = comps;
+    o.quality = 75;
+    return libjpeg_ref::Compress(px.data(), w, h, size_t(w) * comps, o);
 }
 
 // Decodes our own test JPEGs with libjpeg; true when no warning came up.
 inline bool DecodeJpeg(const Bytes& jpeg, int* w, int* h) {
-    jpeg_decompress_struct d;
-    jpeg_error_mgr err;
-    d.err = jpeg_std_error(&err);
-    jpeg_create_decompress(&d);
-    jpeg_mem_src(&d, jpeg.data(), jpeg.size());
-    jpeg_read_header(&d, TRUE);
-    jpeg_start_decompress(&d);
-    Bytes row(static_cast<size_t>(d.output_width) * d.output_components);
-    for (JSAMPROW p = row.data(); d.output_scanline < d.output_height;)
-        jpeg_read_scanlines(&d, &p, 1);
-    jpeg_finish_decompress(&d);
-    *w = static_cast<int>(d.image_width);
-    *h = static_cast<int>(d.image_height);
-    jpeg_destroy_decompress(&d);
-    return err.num_warnings == 0;
+    const libjpeg_ref::Decoded d = libjpeg_ref::Decompress(jpeg);
+    *w = d.width;
+    *h = d.height;
+    return d.ok && d.warnings == 0;
 }
 
 struct BlockOptions {

@@ -5,16 +5,17 @@
 #define SCRIVO_TESTS_JPEG_TEST_UTIL_H
 
 #include <jpeglib.h>
-#include <setjmp.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "imaging/jpeg/jpeg_internal.h"
 #include "scrivo/jpeg.h"
+#include "support/libjpeg_ref.h"
 
 namespace jpegtest {
 
@@ -95,48 +96,17 @@ inline MBITMAP Packed(std::vector<uint8_t>& px, int w, int h, uint32_t fmt, int 
     return bm;
 }
 
-struct ErrorMgr {
-    jpeg_error_mgr pub;
-    jmp_buf jump;
-    int warnings = 0;
-};
-
-inline void OnError(j_common_ptr c) {
-    longjmp(reinterpret_cast<ErrorMgr*>(c->err)->jump, 1);
-}
-inline void OnMessage(j_common_ptr c, int level) {
-    if (level < 0) ++reinterpret_cast<ErrorMgr*>(c->err)->warnings;
-}
-
-// Decodes with libjpeg-turbo into RGB (or grey, or YCbCr when raw is
-// set). Returns false on a fatal error; counts warnings.
+// Decodes with libjpeg-turbo into RGB (or grey, or YCbCr when ycc is set
+// for a colour image). Returns false on a fatal error; counts warnings.
 inline bool Decode(const std::vector<uint8_t>& bytes, std::vector<uint8_t>* px, int* w, int* h,
                    int* comps, int* warnings, bool ycc = false) {
-    jpeg_decompress_struct c;
-    ErrorMgr err;
-    c.err = jpeg_std_error(&err.pub);
-    err.pub.error_exit = OnError;
-    err.pub.emit_message = OnMessage;
-    jpeg_create_decompress(&c);
-    if (setjmp(err.jump)) {
-        jpeg_destroy_decompress(&c);
-        return false;
-    }
-    jpeg_mem_src(&c, bytes.data(), static_cast<unsigned long>(bytes.size()));
-    jpeg_read_header(&c, TRUE);
-    if (ycc && c.num_components == 3) c.out_color_space = JCS_YCbCr;
-    jpeg_start_decompress(&c);
-    *w = int(c.output_width);
-    *h = int(c.output_height);
-    *comps = c.output_components;
-    px->resize(size_t(*w) * *h * *comps);
-    while (c.output_scanline < c.output_height) {
-        JSAMPROW row = px->data() + size_t(c.output_scanline) * *w * *comps;
-        jpeg_read_scanlines(&c, &row, 1);
-    }
-    jpeg_finish_decompress(&c);
-    *warnings = err.warnings;
-    jpeg_destroy_decompress(&c);
+    libjpeg_ref::Decoded d = libjpeg_ref::Decompress(bytes, ycc ? JCS_YCbCr : JCS_UNKNOWN);
+    *warnings = d.warnings;
+    if (!d.ok) return false;
+    *w = d.width;
+    *h = d.height;
+    *comps = d.components;
+    *px = std::move(d.pixels);
     return true;
 }
 
@@ -148,38 +118,13 @@ inline std::vector<uint8_t> EncodeReference(const uint8_t* px, int w, int h, int
     scrivo::jpeg::ScaleQuantTable(scrivo::jpeg::jpg_std_luminance_quant_tbl, s, q[0]);
     scrivo::jpeg::ScaleQuantTable(scrivo::jpeg::jpg_std_chrominance_quant_tbl, std::min(s, 240),
                                   q[1]);
-    jpeg_compress_struct c;
-    jpeg_error_mgr err;
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &out, &size);
-    c.image_width = JDIMENSION(w);
-    c.image_height = JDIMENSION(h);
-    c.input_components = comps;
-    c.in_color_space = comps == 1 ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_set_defaults(&c);
-    for (int t = 0; t < 2; ++t) {
-        unsigned int basic[64];
-        for (int i = 0; i < 64; ++i) basic[i] = q[t][i];
-        jpeg_add_quant_table(&c, t, basic, 100, TRUE);
-    }
-    c.dct_method = dct;
-    if (comps == 3) {
-        c.comp_info[0].h_samp_factor = sampling == JPG_SAMPLING_444 ? 1 : 2;
-        c.comp_info[0].v_samp_factor = sampling == JPG_SAMPLING_420 ? 2 : 1;
-    }
-    jpeg_start_compress(&c, TRUE);
-    while (c.next_scanline < c.image_height) {
-        JSAMPROW row = const_cast<uint8_t*>(px) + size_t(c.next_scanline) * w * comps;
-        jpeg_write_scanlines(&c, &row, 1);
-    }
-    jpeg_finish_compress(&c);
-    std::vector<uint8_t> bytes(out, out + size);
-    jpeg_destroy_compress(&c);
-    free(out);
-    return bytes;
+    libjpeg_ref::CompressOptions o;
+    o.components = comps;
+    o.tables = q;
+    o.dct = dct;
+    o.hSamp = sampling == JPG_SAMPLING_444 ? 1 : 2;
+    o.vSamp = sampling == JPG_SAMPLING_420 ? 2 : 1;
+    return libjpeg_ref::Compress(px, w, h, size_t(w) * comps, o);
 }
 
 inline double Psnr(const uint8_t* a, const uint8_t* b, size_t n) {
