@@ -53,6 +53,11 @@ namespace scrivo::codec {
 /* Forgets a prepared decode so that the next scanline call starts over. */
 void ForgetDecode(MCODEC_SESSION* s);
 
+/* Opens the stream with the first candidate decoder that accepts it (the
+ * stream is rewound to its current position before each try). */
+MRESULT OpenDecoderComponent(MHAMCM manager, MHStream stream, uint32_t componentId,
+                             uint32_t fileType, ComponentPtr* out);
+
 /* Converts lines [top, bottom) of an R,G,B,A image of dst's size into dst's
  * layout (dst planes address line 0); YUV bands must start on even lines. */
 MRESULT RgbaToBitmap(const uint8_t* rgba, int32_t stride, MBITMAP* dst, Layout layout, int32_t top,

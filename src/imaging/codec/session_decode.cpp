@@ -111,6 +111,28 @@ MRESULT Prepare(MCODEC_SESSION* s, const MBITMAP* bm, Layout layout) {
 
 }  // namespace
 
+MRESULT scrivo::codec::OpenDecoderComponent(MHAMCM manager, MHStream stream, uint32_t componentId,
+                                            uint32_t fileType, ComponentPtr* out) {
+    uint32_t ids[scrivo::codec::kMaxCandidates];
+    int32_t count = 0;
+    MRESULT r = scrivo::codec::CandidateComponents(manager, componentId, fileType,
+                                                   MD_COMPONENT_DECODER, ids, &count);
+    if (r != 0) return r;
+    const int32_t start = MStreamTell(stream);
+    for (int32_t i = 0; i < count; ++i) {
+        MCODEC_COMPONENT* c = nullptr;
+        if ((r = AMCM_CreateComponent(manager, ids[i], &c)) != 0) continue;
+        ComponentPtr comp(c);
+        MStreamSeek(stream, 0, start);
+        r = MdUtilsConvertResult(comp->Open(comp->self, stream, nullptr), 0);
+        if (r == 0) {
+            *out = std::move(comp);
+            return 0;
+        }
+    }
+    return r;
+}
+
 extern "C" MRESULT MCodec_DecodeCreate(MHAMCM manager, MHStream stream, uint32_t componentId,
                                        MHCODEC* session) {
     if (!manager || !stream || !session) return 2;
@@ -123,25 +145,9 @@ extern "C" MRESULT MCodec_DecodeCreate(MHAMCM manager, MHStream stream, uint32_t
     uint32_t type = 0;
     MRESULT r = MdGetImgFileFormat(stream, &type);
     if (r != 0) return r;
-    uint32_t ids[scrivo::codec::kMaxCandidates];
-    int32_t count = 0;
-    r = scrivo::codec::CandidateComponents(manager, componentId, type, MD_COMPONENT_DECODER, ids,
-                                           &count);
-    if (r != 0) return r;
-    const int32_t start = MStreamTell(stream);
-    for (int32_t i = 0; i < count; ++i) {
-        MCODEC_COMPONENT* c = nullptr;
-        r = AMCM_CreateComponent(manager, ids[i], &c);
-        if (r != 0) continue;
-        ComponentPtr comp(c);
-        MStreamSeek(stream, 0, start);
-        r = MdUtilsConvertResult(comp->Open(comp->self, stream, nullptr), 0);
-        if (r == 0) {
-            s->component = std::move(comp);
-            break;
-        }
-    }
-    if (!s->component) return r;
+    if ((r = scrivo::codec::OpenDecoderComponent(manager, stream, componentId, type,
+                                                 &s->component)) != 0)
+        return r;
     s->caps1Read = CompGet(s.get(), MD_PROP_CAPS_1, &s->caps1, 4) == 0;
     CompGet(s.get(), MD_PROP_CAPS_2, &s->caps2, 4);
     if ((r = CompGet(s.get(), MD_PROP_SRC_FORMAT, &s->srcFormat, 4)) != 0) return r;

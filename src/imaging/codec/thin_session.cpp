@@ -27,27 +27,10 @@ MRESULT Translate(const MCODEC_THIN* t, MRESULT r) {
 }
 
 MRESULT OpenDecoder(MHAMCM manager, MHStream stream, uint32_t componentId, MCODEC_THIN* t) {
-    uint32_t ids[scrivo::codec::kMaxCandidates];
-    int32_t count = 0;
     uint32_t type = 0;
     MRESULT r = 0;
     if (componentId == 0 && (r = MdGetImgFileFormat(stream, &type)) != 0) return r;
-    r = scrivo::codec::CandidateComponents(manager, componentId, type, MD_COMPONENT_DECODER, ids,
-                                           &count);
-    if (r != 0) return r;
-    const int32_t start = MStreamTell(stream);
-    for (int32_t i = 0; i < count; ++i) {
-        MCODEC_COMPONENT* c = nullptr;
-        if ((r = AMCM_CreateComponent(manager, ids[i], &c)) != 0) continue;
-        ComponentPtr comp(c);
-        MStreamSeek(stream, 0, start);
-        r = MdUtilsConvertResult(comp->Open(comp->self, stream, nullptr), 0);
-        if (r == 0) {
-            t->component = std::move(comp);
-            return 0;
-        }
-    }
-    return r;
+    return scrivo::codec::OpenDecoderComponent(manager, stream, componentId, type, &t->component);
 }
 
 }  // namespace
