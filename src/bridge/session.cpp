@@ -1,0 +1,213 @@
+/*
+ * Capture sessions: creation from JPEG bytes, page vertices, rectified
+ * size and release, with the host methods' log lines and result codes.
+ *
+ * The log lines carry the names of the host methods they serve
+ * ("JNI_CreateEngine in <----"): the JNI natives are thin wrappers over
+ * these functions, and the command-line tool shows the same lines.
+ *
+ * Creation decodes the bytes into 32-bit R,G,B,A pixels, keeps a copy of
+ * the photograph's EXIF block and the length of its thumbnail, and hands
+ * the pixels to the engine (which keeps its own three-channel copy, so the
+ * decoded bitmap is freed before returning). The previous photograph's
+ * EXIF copy is dropped first, before anything is decoded: a photograph
+ * without EXIF, or one that does not decode, never carries an earlier
+ * photograph's block into its pages. A photograph without EXIF is accepted
+ * (its GetExifInfo result is 1, logged as "JNI_CreateEngine GetExifInfo res
+ * = 1"); a failed thumbnail lookup keeps the block with a thumbnail length
+ * of 0.
+ *
+ * Early returns skip the "out ---->" lines (wrong point count, page not
+ * found, stream not opened): the host's log readers rely on the exact
+ * sequence, so they are kept. Null sessions, null point arrays and null
+ * result pointers are treated as bad arguments and never followed.
+ */
+#include <cstring>
+#include <new>
+
+#include "bridge/session_internal.h"
+
+using scrivo::bridge::Since;
+using scrivo::bridge::StreamCloser;
+
+namespace {
+
+struct ExifCloser {
+    MHExif exif = nullptr;
+    bool locked = false;
+    ~ExifCloser() {
+        if (!exif) return;
+        if (locked) MExif_UnLockExifData(exif);
+        MExif_Destroy(exif);
+    }
+};
+
+struct BitmapCloser {
+    MBITMAP* bm;
+    ~BitmapCloser() { MdBitmapFree(nullptr, bm); }
+};
+
+/* Reads the photograph's EXIF block into the session. The result is the
+ * failing step's code, or the thumbnail lookup's result on success. */
+MRESULT GetExifInfo(QvSession* s, MHStream stream) {
+    MLogPrint(MLOG_DEBUG, "GetExifInfo in <----");
+    ExifCloser ex;
+    MRESULT res = MExif_Create(nullptr, &ex.exif);
+    if (res != 0) {
+        ex.exif = nullptr;
+        MLogPrint(MLOG_DEBUG, "GetExifInfo MExif_Create fail");
+        return res;
+    }
+    if ((res = MExif_InitFromStream(ex.exif, stream)) != 0) {
+        MLogPrint(MLOG_DEBUG, "GetExifInfo MExif_InitFromStream fail");
+        return res;
+    }
+    uint8_t* block = nullptr;
+    uint32_t length = 0;
+    if ((res = MExif_LockExifData(ex.exif, &block, &length)) != 0) {
+        MLogPrint(MLOG_DEBUG, "GetExifInfo MExif_LockExifData fail");
+        return res;
+    }
+    ex.locked = true;
+    if (block == nullptr || length == 0) {
+        MLogPrint(MLOG_DEBUG, "GetExifInfo Exif info is null");
+        return MERR_UNKNOWN;
+    }
+    s->DropExif();
+    s->m_pExifData = static_cast<uint8_t*>(MMemAlloc(nullptr, length));
+    if (s->m_pExifData == nullptr) return MERR_NO_MEMORY;
+    std::memcpy(s->m_pExifData, block, length);
+    s->m_dwExifDataLen = length;
+    MLogPrint(MLOG_DEBUG, "GetExifInfo m_dwExifDataLen = %d", static_cast<int>(length));
+    uint8_t* thumb = nullptr;
+    uint32_t thumbLength = 0;
+    res = MeGetThumbnailData(s->m_pExifData, s->m_dwExifDataLen, &thumb, &thumbLength);
+    MLogPrint(MLOG_DEBUG, "GetExifInfo MeGetThumbnailData res = %d", static_cast<int>(res));
+    if (thumb) MeFreeThumbnailData(thumb);
+    s->lThumbLength = res == 0 ? static_cast<int32_t>(thumbLength) : 0;
+    MLogPrint(MLOG_DEBUG, "GetExifInfo MdExifGetFieldData lThumbLength = %d", s->lThumbLength);
+    MExif_UnLockExifData(ex.exif);
+    ex.locked = false;
+    MExif_Destroy(ex.exif);
+    ex.exif = nullptr;
+    MLogPrint(MLOG_DEBUG, "GetExifInfo out ---->");
+    return res;
+}
+
+}  // namespace
+
+extern "C" QvSession* QvSession_Create(MHAMCM manager) {
+    QvSession* s = new (std::nothrow) QvSession;
+    if (s) s->m_hAMCM = manager;
+    return s;
+}
+
+extern "C" void QvSession_Destroy(QvSession* session) {
+    delete session;
+}
+
+extern "C" void QvSession_SetJpegQuality(QvSession* session, int32_t quality) {
+    if (!session) return;
+    session->jpegQuality = quality < 0 ? 0 : (quality > 100 ? 100 : quality);
+}
+
+extern "C" VPHandle QvSession_CreateEngine(QvSession* s, const uint8_t* jpeg, int32_t length) {
+    if (!s) return nullptr;
+    MLogPrint(MLOG_DEBUG, "JNI_CreateEngine in <----");
+    s->m_lRectifiedWidth = 0;
+    s->m_lRectifiedHeight = 0;
+    s->DropExif();
+    const uint32_t t0 = MGetCurTimeStamp();
+    MLogPrint(MLOG_DEBUG, "JNI_CreateEngine jpegData length = %d", length);
+    // A null block would open a growable (empty) stream: no bytes is an
+    // open failure here, not an empty photograph.
+    StreamCloser stream(jpeg && length > 0
+                            ? MStreamOpenFromMemoryBlock(const_cast<uint8_t*>(jpeg), length)
+                            : nullptr);
+    if (!stream.s) {
+        MLogPrint(MLOG_DEBUG, "JNI_CreateEngine MStreamOpenFromMemoryBlock fail");
+        return nullptr;
+    }
+    MBITMAP bitmap{};
+    bitmap.pixelFormat = MPAF_RGBA8888;
+    BitmapCloser freeBitmap{&bitmap};
+    VPHandle engine = nullptr;
+    const MRESULT res = MdBitmapLoad(s->m_hAMCM, stream.s, MD_FILETYPE_JPEG, &bitmap);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native decode cost %d", Since(t0));
+    if (res != 0) {
+        MLogPrint(MLOG_DEBUG, "JNI_CreateEngine DecodeJPEG fail res = %d", static_cast<int>(res));
+    } else {
+        MLogPrint(MLOG_DEBUG, "JNI_CreateEngine srcBmp width:%d,height:%d", bitmap.width,
+                  bitmap.height);
+        const MRESULT exifRes = GetExifInfo(s, stream.s);
+        MLogPrint(MLOG_DEBUG, "JNI_CreateEngine GetExifInfo res = %d", static_cast<int>(exifRes));
+        tagVPImage image{VP_FORMAT_RGB,  4, 8, bitmap.width, bitmap.width * 4, bitmap.height,
+                         bitmap.plane[0]};
+        const uint32_t t1 = MGetCurTimeStamp();
+        engine = VPCreateDocuviaClient(&image);
+        MLogPrint(MLOG_DEBUG, "QvNote performance native VPCreateDocuviaClient cost %d", Since(t1));
+    }
+    MLogPrint(MLOG_DEBUG, "JNI_CreateEngine out ---->");
+    return engine;
+}
+
+extern "C" int32_t QvSession_FindPageVertex(QvSession* s, VPHandle engine, tagVPPoint* points,
+                                            int32_t count) {
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    MLogPrint(MLOG_DEBUG, "JNI_FindPageVertex in <----");
+    if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
+    tagVPPoint quad[4] = {};
+    const uint32_t t0 = MGetCurTimeStamp();
+    const uint32_t found = VPFindPageVertex(engine, quad);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native VPFindPageVertex cost %d", Since(t0));
+    if (!found) return QV_SESSION_FAILED;
+    for (int i = 0; i < 4; ++i) points[i] = quad[i];
+    MLogPrint(MLOG_DEBUG, "JNI_FindPageVertex out ---->");
+    return QV_SESSION_OK;
+}
+
+extern "C" int32_t QvSession_GetRectifiedImageSize(QvSession* s, VPHandle engine,
+                                                   const tagVPPoint* points, int32_t count,
+                                                   int32_t* width, int32_t* height) {
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImageSize in <----");
+    if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
+    tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
+    int32_t w = 0, h = 0;
+    const uint32_t t0 = MGetCurTimeStamp();
+    const uint32_t ok = VPGetRectifiedImageSize(engine, quad, &w, &h);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native VPGetRectifiedImageSize cost %d", Since(t0));
+    if (!ok) return QV_SESSION_FAILED;
+    if (width) *width = w;
+    if (height) *height = h;
+    s->m_lRectifiedWidth = w;
+    s->m_lRectifiedHeight = h;
+    MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImageSize out ---->");
+    return QV_SESSION_OK;
+}
+
+extern "C" void QvSession_ReleaseEngine(QvSession* s, VPHandle engine) {
+    const uint32_t t0 = MGetCurTimeStamp();
+    VPReleaseDocuviaClient(&engine);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native VPReleaseDocuviaClient cost %d", Since(t0));
+    MLogPrint(MLOG_DEBUG, "ReleaseExifInfo in <----");
+    if (s) s->DropExif();
+    MLogPrint(MLOG_DEBUG, "ReleaseExifInfo out ---->");
+}
+
+extern "C" uint32_t QvSession_GetExifLength(const QvSession* s) {
+    return s ? s->m_dwExifDataLen : 0;
+}
+
+extern "C" int32_t QvSession_GetThumbLength(const QvSession* s) {
+    return s ? s->lThumbLength : 0;
+}
+
+extern "C" void QvSession_GetRectifiedSize(const QvSession* s, int32_t* width, int32_t* height) {
+    if (width) *width = s ? s->m_lRectifiedWidth : 0;
+    if (height) *height = s ? s->m_lRectifiedHeight : 0;
+}
+
+extern "C" void QvSession_FreeData(uint8_t* data) {
+    MMemFree(nullptr, data);
+}

@@ -1,0 +1,90 @@
+/*
+ * The capture session record and the pieces the session files share.
+ *
+ * The record holds what the host methods keep between calls: the borrowed
+ * component manager, the photograph's EXIF block (m_pExifData, a heap block
+ * from MMemAlloc(0, n) because MeReplaceThumbnailInExif reallocates it in
+ * place), its length, the byte length of the photograph's own thumbnail,
+ * the size from the last size query and the JPEG quality of the pages.
+ * The destructor frees the EXIF block, so every exit path of its owner
+ * releases it.
+ */
+#ifndef SCRIVO_BRIDGE_SESSION_INTERNAL_H
+#define SCRIVO_BRIDGE_SESSION_INTERNAL_H
+
+#include <cstdint>
+#include <vector>
+
+#include "scrivo/codec.h"
+#include "scrivo/engine.h"
+#include "scrivo/exif.h"
+#include "scrivo/platform.h"
+#include "scrivo/session.h"
+
+struct QvSession {
+    MHAMCM m_hAMCM = nullptr;
+    uint8_t* m_pExifData = nullptr;
+    uint32_t m_dwExifDataLen = 0;
+    int32_t lThumbLength = 0;
+    int32_t m_lRectifiedWidth = 0;
+    int32_t m_lRectifiedHeight = 0;
+    int32_t jpegQuality = 0;  // 0: the framework's default save
+
+    QvSession() = default;
+    QvSession(const QvSession&) = delete;
+    QvSession& operator=(const QvSession&) = delete;
+    ~QvSession() { DropExif(); }
+
+    void DropExif() {
+        if (m_pExifData) MeFreeExifData(m_pExifData);
+        m_pExifData = nullptr;
+        m_dwExifDataLen = 0;
+        lThumbLength = 0;
+    }
+};
+
+namespace scrivo::bridge {
+
+/* Closes a stream on every exit path. */
+struct StreamCloser {
+    MHStream s = nullptr;
+    StreamCloser() = default;
+    explicit StreamCloser(MHStream stream) : s(stream) {}
+    StreamCloser(const StreamCloser&) = delete;
+    StreamCloser& operator=(const StreamCloser&) = delete;
+    ~StreamCloser() { Reset(nullptr); }
+    void Reset(MHStream stream) {
+        if (s) MStreamClose(s);
+        s = stream;
+    }
+};
+
+/* Milliseconds since t0 as the timing lines print them. */
+inline int32_t Since(uint32_t t0) {
+    return static_cast<int32_t>(MGetCurTimeStamp() - t0);
+}
+
+/* A zeroed block of width x height x 4 bytes for a 4-channel record; false
+ * for a negative size or when memory runs out. */
+bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels);
+
+/* Encodes w x h R,G,B,A pixels as JPEG into an empty growable stream, adds
+ * the kept EXIF block with a new thumbnail when there is one (logging
+ * "<step> RepalceExifInfoThumbnail res = %d"), and copies the stream into a heap block
+ * (*data, freed with QvSession_FreeData). Returns 1 when bytes were
+ * delivered, 0 otherwise. */
+int32_t EncodePage(QvSession* session, uint8_t* pixels, int32_t width, int32_t height,
+                   const char* step, uint8_t** data, int32_t* length);
+
+/* Encodes a bitmap as JPEG at `quality` (0: the framework's default save). */
+MRESULT SaveJpeg(MHAMCM manager, MHStream stream, const MBITMAP* bitmap, int32_t quality);
+
+}  // namespace scrivo::bridge
+
+/* Makes a thumbnail of the page (longer side 160), puts it into the kept
+ * EXIF block in place of the photograph's one (or blanks the old one when
+ * the new one is larger), and writes the block into the page's JPEG in
+ * `stream`. Returns the result of the insertion. */
+MRESULT RepalceExifInfoThumbnail(QvSession* session, MHStream stream, const MBITMAP* page);
+
+#endif

@@ -1,0 +1,235 @@
+/*
+ * Capture outputs: the rectified and the enhanced page, into a caller's
+ * RGBA bitmap or as JPEG bytes with the photograph's EXIF block.
+ *
+ * Bitmaps are reached through QvBitmapAccess (getInfo, then the format
+ * check, then lockPixels, then the null-pixel check), each failure with its
+ * own log line and code; a bitmap whose getInfo or lockPixels call is
+ * missing is treated like no bitmap at all. The page is written as rows of
+ * width x 4 bytes; the bitmap must have the size of the last size query.
+ *
+ * JPEG outputs render the page into a zeroed block owned here (so nothing
+ * stale is ever encoded, e.g. when an enhancement produces no image), encode
+ * it into an empty growable memory stream, put the EXIF block with a new
+ * thumbnail into it when the photograph had one, and copy the stream into a
+ * heap block for the caller. A failed encoding delivers nothing: a caller
+ * never receives a partial or empty JPEG. The pages are encoded with the
+ * session's JPEG quality (0 keeps the framework's default save, 4:2:0); the
+ * thumbnail always uses the default.
+ *
+ * The enhanced-bytes step uses the size of the last size query without
+ * checking it: before any query the record is 0 x 0, the engine copies
+ * nothing and the encoder refuses the empty image (nothing is delivered).
+ * An enhancement that reports failure delivers nothing either, rather than
+ * an encoded blank page. Its result is not otherwise checked: a method that
+ * succeeds without producing an image leaves the zeroed record as it is.
+ */
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "bridge/session_internal.h"
+
+using scrivo::bridge::Since;
+using scrivo::bridge::StreamCloser;
+
+namespace scrivo::bridge {
+
+bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels) {
+    if (width < 0 || height < 0) return false;
+    try {
+        pixels->assign(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, 0);
+    } catch (...) {
+        return false;
+    }
+    return true;
+}
+
+MRESULT SaveJpeg(MHAMCM manager, MHStream stream, const MBITMAP* bm, int32_t quality) {
+    if (quality <= 0) return MdBitmapSave(manager, stream, MD_FILETYPE_JPEG, bm);
+    if (!manager || !stream || !bm || !bm->plane[0] || bm->width <= 0 || bm->height <= 0)
+        return MERR_INVALID_PARAM;
+    MENCODE_TARGET target{stream, bm->width, bm->height, bm->pixelFormat, 1000, 1000};
+    MHCODEC codec = nullptr;
+    MRESULT r = MCodec_EncodeCreate(manager, &target, MD_FILETYPE_JPEG, 0, &codec);
+    if (r != 0) return r;
+    std::unique_ptr<MCODEC_SESSION, MRESULT (*)(MHCODEC)> closer(codec, MCodec_Destroy);
+    const uint32_t oldFormat = MdUtilsNewColorID2Old(bm->pixelFormat);
+    int32_t lines = bm->height, done = 0;
+    if ((r = MCodec_SetProp(codec, MD_PROP_JPEG_QUALITY, &quality, 4)) != 0) return r;
+    if ((r = MCodec_SetProp(codec, MD_PROP_PIXARRAY_FORMAT, &oldFormat, 4)) != 0) return r;
+    return MCodec_EncodeScanlines(codec, bm, &lines, &done);
+}
+
+int32_t EncodePage(QvSession* s, uint8_t* pixels, int32_t width, int32_t height, const char* step,
+                   uint8_t** data, int32_t* length) {
+    MBITMAP bitmap{};
+    bitmap.pixelFormat = MPAF_RGBA8888;
+    bitmap.width = width;
+    bitmap.height = height;
+    bitmap.pitch[0] = width * 4;
+    bitmap.plane[0] = pixels;
+    StreamCloser stream(MStreamOpenFromMemoryBlock(nullptr, 0));
+    if (!stream.s) return 0;
+    const MRESULT res = SaveJpeg(s->m_hAMCM, stream.s, &bitmap, s->jpegQuality);
+    if (res == 0 && s->m_dwExifDataLen != 0) {
+        const MRESULT exifRes = RepalceExifInfoThumbnail(s, stream.s, &bitmap);
+        MLogPrint(MLOG_DEBUG, "%s RepalceExifInfoThumbnail res = %d", step,
+                  static_cast<int>(exifRes));
+    }
+    if (res != 0) return 0;
+    const int32_t size = MStreamGetSize(stream.s);
+    if (size <= 0 || MStreamSeek(stream.s, MSTREAM_SEEK_BEGIN, 0) != 0) return 0;
+    uint8_t* bytes = static_cast<uint8_t*>(MMemAlloc(nullptr, static_cast<size_t>(size)));
+    if (!bytes) return 0;
+    if (MStreamRead(stream.s, bytes, size) != size) {
+        MMemFree(nullptr, bytes);
+        return 0;
+    }
+    *data = bytes;
+    *length = size;
+    return 1;
+}
+
+}  // namespace scrivo::bridge
+
+namespace {
+
+/* The checks of a caller's bitmap; the result is 0 and the pixels, or the
+ * step's code. `line` and `noBitmapCode` differ between the two
+ * bitmap steps. */
+int32_t LockBitmap(const char* step, const QvBitmapAccess* access, int line, int32_t noBitmapCode,
+                   QvBitmapInfo* info, uint8_t** pixels) {
+    if (!access || !access->bitmap || !access->getInfo || !access->lockPixels) {
+        MLogPrint(MLOG_DEBUG, "%s [Ln%d] bitmap=MNull", step, line);
+        return noBitmapCode;
+    }
+    const int32_t rc = access->getInfo(access->context, access->bitmap, info);
+    if (rc < 0) {
+        MLogPrint(MLOG_DEBUG, "%s AndroidBitmap_getInfo Error: %d", step, rc);
+        return rc;
+    }
+    MLogPrint(MLOG_DEBUG, "%s format=%d", step, info->format);
+    if (info->format != QV_BITMAP_FORMAT_RGBA_8888) {
+        MLogPrint(MLOG_DEBUG, "%s info.format != ANDROID_BITMAP_FORMAT_RGBA_8888", step);
+        return QV_SESSION_BAD_ARGUMENT;
+    }
+    void* p = nullptr;
+    if (access->lockPixels(access->context, access->bitmap, &p) < 0) {
+        MLogPrint(MLOG_DEBUG, "%s AndroidBitmap_lockPixels  Error", step);
+        return QV_SESSION_BAD_ARGUMENT;
+    }
+    if (p == nullptr) {
+        MLogPrint(MLOG_DEBUG, "%s pixels = MNull", step);
+        return QV_SESSION_BAD_ARGUMENT;
+    }
+    *pixels = static_cast<uint8_t*>(p);
+    return QV_SESSION_OK;
+}
+
+/* The 4-channel record over a bitmap's pixels. */
+void DescribeBitmap(tagVPImage* rec, const QvBitmapInfo& info, uint8_t* pixels) {
+    // Unsigned arithmetic: an absurd width gives an absurd record (which the
+    // engine refuses for its size), never an overflow.
+    const int32_t w = static_cast<int32_t>(info.width);
+    const int32_t pitch = static_cast<int32_t>(info.width * 4u);
+    *rec = tagVPImage{VP_FORMAT_RGB, 4, 8, w, pitch, static_cast<int32_t>(info.height), pixels};
+}
+
+bool ValidOut(uint8_t** data, int32_t* length) {
+    if (!data || !length) return false;
+    *data = nullptr;
+    *length = 0;
+    return true;
+}
+
+}  // namespace
+
+extern "C" int32_t QvSession_GetRectifiedImage(QvSession* s, VPHandle engine,
+                                               const tagVPPoint* points, int32_t count,
+                                               const QvBitmapAccess* bitmap) {
+    static const char kStep[] = "JNI_GetRectifiedImage";
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage in <----");
+    std::unique_ptr<tagVPImage> rec(new (std::nothrow) tagVPImage{});
+    if (!rec) return QV_SESSION_NO_BITMAP;
+    // A wrong point count is deliberately answered with 0, not an error.
+    if (count != 4 || points == nullptr) return QV_SESSION_OK;
+    tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
+    QvBitmapInfo info{};
+    uint8_t* pixels = nullptr;
+    const int32_t rc = LockBitmap(kStep, bitmap, 631, QV_SESSION_OK, &info, &pixels);
+    if (rc != QV_SESSION_OK || pixels == nullptr) return rc;
+    DescribeBitmap(rec.get(), info, pixels);
+    tagVPImage* out = rec.get();
+    const uint32_t t0 = MGetCurTimeStamp();
+    const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
+    if (!ok) return QV_SESSION_FAILED;
+    rec.reset();
+    MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage out ---->");
+    return QV_SESSION_OK;
+}
+
+extern "C" int32_t QvSession_GetEnhancedImage(QvSession* s, VPHandle engine, int32_t method,
+                                              const QvBitmapAccess* bitmap) {
+    static const char kStep[] = "JNI_GetEnhancedImage";
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImage in <----");
+    std::unique_ptr<tagVPImage> rec(new (std::nothrow) tagVPImage{});
+    if (!rec) return QV_SESSION_NO_BITMAP;
+    QvBitmapInfo info{};
+    uint8_t* pixels = nullptr;
+    const int32_t rc = LockBitmap(kStep, bitmap, 785, QV_SESSION_NO_BITMAP, &info, &pixels);
+    if (rc != QV_SESSION_OK) return rc;
+    DescribeBitmap(rec.get(), info, pixels);
+    tagVPImage* out = rec.get();
+    const int32_t result = VPEnhancement(engine, method, &out) ? QV_SESSION_OK : QV_SESSION_FAILED;
+    rec.reset();
+    MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImage out ---->");
+    return result;
+}
+
+extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine,
+                                                   const tagVPPoint* points, int32_t count,
+                                                   uint8_t** data, int32_t* length) {
+    if (!s || !ValidOut(data, length)) return 0;
+    // The bitmap step's entry line: the host's log readers expect it here.
+    MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage in <----");
+    if (count != 4 || points == nullptr) return 0;
+    tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
+    int32_t w = 0, h = 0;
+    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return 0;
+    std::vector<uint8_t> pixels;
+    if (!scrivo::bridge::AllocPixels(w, h, &pixels)) return 0;
+    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
+    tagVPImage* out = &rec;
+    uint32_t t0 = MGetCurTimeStamp();
+    const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
+    if (!ok) return 0;
+    t0 = MGetCurTimeStamp();
+    const int32_t delivered = scrivo::bridge::EncodePage(s, pixels.data(), w, h,
+                                                         "JNI_GetRectifiedImageData", data, length);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native encode cost %d", Since(t0));
+    return delivered;
+}
+
+extern "C" int32_t QvSession_GetEnhancedImageData(QvSession* s, VPHandle engine, int32_t method,
+                                                  uint8_t** data, int32_t* length) {
+    if (!s || !ValidOut(data, length)) return 0;
+    MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImageData in <----");
+    const int32_t w = s->m_lRectifiedWidth, h = s->m_lRectifiedHeight;
+    std::vector<uint8_t> pixels;
+    int32_t delivered = 0;
+    if (scrivo::bridge::AllocPixels(w, h, &pixels)) {
+        tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
+        tagVPImage* out = &rec;
+        // A failed enhancement delivers nothing rather than a blank page.
+        if (VPEnhancement(engine, method, &out))
+            delivered = scrivo::bridge::EncodePage(s, pixels.data(), w, h,
+                                                   "JNI_GetEnhancedImageData", data, length);
+    }
+    MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImageData out ---->");
+    return delivered;
+}
