@@ -1,0 +1,296 @@
+// The capture path of one photograph, on the session operations.
+//
+// A Worker is one thread's kit: a component manager with the JPEG
+// components and a session over it. Sessions keep per-capture state (the
+// photograph's EXIF block, the last size query), so each thread has its own
+// and the batch runner never shares one between threads.
+//
+// Scan: read the file; reject bytes that are not a complete JPEG before
+// the decoder sees them (InspectJpeg names the reason); create the engine;
+// take the given corners (checked for convexity and bounds first, so the
+// message says what is wrong) or the detected ones, or the whole
+// photograph when no page is found; query the rectified size. Method
+// "none" then asks the session for rectified JPEG bytes in one step. For
+// the enhanced methods the page is rectified into a plain memory bitmap
+// (enhancement starts from the engine's rectified image, so the page has
+// to be rectified, but encoding it would be wasted), and the session is
+// asked for enhanced JPEG bytes. The engine is then asked whether it really
+// holds an enhanced image: a method that produces none must not leave a
+// blank or unenhanced page behind under the enhanced name, so the bytes are
+// discarded and the method reported as not available. The page is written
+// through a temporary file. The engine is released on every path by a
+// guard; the session keeps nothing else between files.
+//
+// Verbose mode adds the tool's own timing lines for the stages the engine
+// does not time (read file, detect, enhance + encode with EXIF, write,
+// total); the engine's own "QvNote performance native ..." lines come
+// through the log sink.
+#include "capture.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "console.h"
+#include "input.h"
+#include "overlay.h"
+
+namespace scrivo_cli {
+
+namespace {
+
+class Stopwatch {
+  public:
+    double Lap() {
+        const auto now = std::chrono::steady_clock::now();
+        const double ms = std::chrono::duration<double, std::milli>(now - last_).count();
+        last_ = now;
+        return ms;
+    }
+    double Total() const {
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start_)
+            .count();
+    }
+
+  private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point last_ = start_;
+};
+
+// Releases the engine (and the session's EXIF copy) on every exit path.
+struct EngineGuard {
+    QvSession* session;
+    VPHandle engine = nullptr;
+    ~EngineGuard() {
+        if (engine != nullptr) QvSession_ReleaseEngine(session, engine);
+    }
+};
+
+struct SessionData {
+    uint8_t* data = nullptr;
+    int32_t length = 0;
+    SessionData() = default;
+    SessionData(const SessionData&) = delete;
+    SessionData& operator=(const SessionData&) = delete;
+    ~SessionData() { QvSession_FreeData(data); }
+};
+
+// A caller's bitmap that is just a block of memory.
+struct MemoryBitmap {
+    int32_t width;
+    int32_t height;
+    // Not zero-filled: the engine writes every row, so clearing the 48 MB of
+    // a 12-megapixel page first would only add time.
+    std::unique_ptr<uint8_t[]> pixels;
+
+    MemoryBitmap(int32_t w, int32_t h)
+        : width(w),
+          height(h),
+          pixels(std::make_unique_for_overwrite<uint8_t[]>(static_cast<size_t>(w) *
+                                                           static_cast<size_t>(h) * 4)) {}
+
+    static int32_t GetInfo(void*, void* bitmap, QvBitmapInfo* info) {
+        auto* self = static_cast<MemoryBitmap*>(bitmap);
+        info->width = static_cast<uint32_t>(self->width);
+        info->height = static_cast<uint32_t>(self->height);
+        info->stride = static_cast<uint32_t>(self->width) * 4;
+        info->format = QV_BITMAP_FORMAT_RGBA_8888;
+        return 0;
+    }
+    static int32_t LockPixels(void*, void* bitmap, void** pixels) {
+        *pixels = static_cast<MemoryBitmap*>(bitmap)->pixels.get();
+        return 0;
+    }
+    QvBitmapAccess Access() { return QvBitmapAccess{this, nullptr, GetInfo, LockPixels}; }
+};
+
+Quad WholePhotograph(int32_t w, int32_t h) {
+    return Quad{{{0, 0}, {0, h}, {w, h}, {w, 0}}};
+}
+
+std::string FileLabel(const std::string& path) {
+    return std::filesystem::path(path).filename().string();
+}
+
+const char* const kNotConvex =
+    "corners not a convex quadrangle (order: top-left, bottom-left, bottom-right, top-right)";
+
+// Reads, checks and decodes the photograph; fills the size and the engine.
+bool OpenPhotograph(QvSession* session, const std::string& input, const std::string& label,
+                    Stopwatch& watch, std::vector<uint8_t>& bytes, EngineGuard& guard,
+                    Outcome& out) {
+    if (!ReadWholeFile(input, bytes, out.error)) return false;
+    Console::Get().Timing(label, "read file", watch.Lap());
+    const JpegShape shape = InspectJpeg(bytes);
+    if (!shape.problem.empty()) {
+        out.error = shape.problem;
+        return false;
+    }
+    out.width = shape.width;
+    out.height = shape.height;
+    guard.engine =
+        QvSession_CreateEngine(session, bytes.data(), static_cast<int32_t>(bytes.size()));
+    if (guard.engine == nullptr) {
+        out.error = "cannot decode the JPEG data";
+        return false;
+    }
+    watch.Lap();
+    return true;
+}
+
+// Fills out.corners and out.found. False only for refused given corners.
+bool ChooseCorners(QvSession* session, VPHandle engine, const ScanOptions* options,
+                   const std::string& label, Stopwatch& watch, Outcome& out) {
+    if (options != nullptr && options->cornersGiven) {
+        out.corners = options->corners;
+        for (const tagVPPoint& p : out.corners) {
+            if (p.x < 0 || p.y < 0 || p.x > out.width || p.y > out.height) {
+                out.error = "corners outside the photograph (" + std::to_string(out.width) + "x" +
+                            std::to_string(out.height) + ")";
+                return false;
+            }
+        }
+        if (!IsConvexQuad(out.corners)) {
+            out.error = kNotConvex;
+            return false;
+        }
+        return true;
+    }
+    Quad quad = WholePhotograph(out.width, out.height);
+    Quad detected = quad;
+    out.found = QvSession_FindPageVertex(session, engine, detected.data(), 4) == QV_SESSION_OK;
+    out.corners = out.found ? detected : quad;
+    Console::Get().Timing(label, "detect", watch.Lap());
+    return true;
+}
+
+}  // namespace
+
+const char* MethodName(int32_t method) {
+    static const char* const kNames[] = {"none", "color", "document", "grey", "economic"};
+    return method >= 1 && method <= 5 ? kNames[method - 1] : "unknown";
+}
+
+bool IsConvexQuad(const Quad& q) {
+    // In image coordinates (y down) the order TL, BL, BR, TR turns the same
+    // way at every corner; its cross products are all negative.
+    for (int i = 0; i < 4; ++i) {
+        const tagVPPoint& a = q[i];
+        const tagVPPoint& b = q[(i + 1) % 4];
+        const tagVPPoint& c = q[(i + 2) % 4];
+        const int64_t cross = int64_t{b.x - a.x} * (c.y - b.y) - int64_t{b.y - a.y} * (c.x - b.x);
+        if (cross >= 0) return false;
+    }
+    return true;
+}
+
+Worker::Worker() {
+    if (AMCM_Create(nullptr, &manager_) != MOK) {
+        manager_ = nullptr;
+        return;
+    }
+    if (MdRegisterJpegComponents(manager_) != MOK) return;
+    session_ = QvSession_Create(manager_);
+}
+
+Worker::~Worker() {
+    QvSession_Destroy(session_);
+    if (manager_ != nullptr) AMCM_Destroy(manager_);
+}
+
+Outcome Worker::Scan(const std::string& input, const std::string& output,
+                     const ScanOptions& options) {
+    Outcome out;
+    if (!ready()) {
+        out.error = "cannot set up the codec components";
+        return out;
+    }
+    const std::string label = FileLabel(input);
+    Console& console = Console::Get();
+    Stopwatch watch;
+    std::vector<uint8_t> bytes;
+    EngineGuard guard{session_};
+    if (!OpenPhotograph(session_, input, label, watch, bytes, guard, out)) return out;
+    bytes = std::vector<uint8_t>();  // the engine has its own copy of the pixels
+    if (!ChooseCorners(session_, guard.engine, &options, label, watch, out)) return out;
+
+    if (QvSession_GetRectifiedImageSize(session_, guard.engine, out.corners.data(), 4,
+                                        &out.pageWidth, &out.pageHeight) != QV_SESSION_OK) {
+        // The engine sizes any legal quadrangle; the whole photograph is
+        // illegal only when its area is below the legality tolerance.
+        if (options.cornersGiven)
+            out.error = kNotConvex;
+        else if (!out.found)
+            out.error = "image too small";
+        else
+            out.error = "the detected corners cannot be sized";
+        return out;
+    }
+    QvSession_SetJpegQuality(session_, options.quality);
+    SessionData page;
+    if (options.method == VP_ENHANCE_NONE) {
+        if (QvSession_GetRectifiedImageData(session_, guard.engine, out.corners.data(), 4,
+                                            &page.data, &page.length) != 1) {
+            out.error = "rectification or encoding failed";
+            return out;
+        }
+        console.Timing(label, "rectify + encode with EXIF", watch.Lap());
+    } else {
+        MemoryBitmap rectified(out.pageWidth, out.pageHeight);
+        const QvBitmapAccess access = rectified.Access();
+        if (QvSession_GetRectifiedImage(session_, guard.engine, out.corners.data(), 4, &access) !=
+            QV_SESSION_OK) {
+            out.error = "rectification failed";
+            return out;
+        }
+        console.Timing(label, "rectify", watch.Lap());
+        const int32_t got = QvSession_GetEnhancedImageData(session_, guard.engine, options.method,
+                                                           &page.data, &page.length);
+        console.Timing(label, "enhance + encode with EXIF", watch.Lap());
+        uint8_t probePixel[4] = {};
+        tagVPImage probe{VP_FORMAT_RGB, 4, 8, 1, 4, 1, probePixel};
+        tagVPImage* probeRecord = &probe;
+        if (VPGetImageFromHandle(guard.engine, &probeRecord, VP_IMAGE_ENHANCED) != 1) {
+            out.error =
+                std::string("enhancement '") + MethodName(options.method) + "' is not available";
+            return out;
+        }
+        if (got != 1) {
+            out.error = "enhancement or encoding failed";
+            return out;
+        }
+    }
+    if (!WriteFileAtomically(output, page.data, static_cast<size_t>(page.length), out.error))
+        return out;
+    console.Timing(label, "write", watch.Lap());
+    console.Timing(label, "total", watch.Total());
+    out.ok = true;
+    return out;
+}
+
+Outcome Worker::Detect(const std::string& input, const std::string& overlay) {
+    Outcome out;
+    if (!ready()) {
+        out.error = "cannot set up the codec components";
+        return out;
+    }
+    const std::string label = FileLabel(input);
+    Stopwatch watch;
+    std::vector<uint8_t> bytes;
+    EngineGuard guard{session_};
+    if (!OpenPhotograph(session_, input, label, watch, bytes, guard, out)) return out;
+    ChooseCorners(session_, guard.engine, nullptr, label, watch, out);
+    if (!overlay.empty()) {
+        if (!WriteOverlay(manager_, bytes, out.width, out.height, out.corners, out.found, overlay,
+                          out.error))
+            return out;
+        Console::Get().Timing(label, "overlay", watch.Lap());
+    }
+    Console::Get().Timing(label, "total", watch.Total());
+    out.ok = true;
+    return out;
+}
+
+}  // namespace scrivo_cli

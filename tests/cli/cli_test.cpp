@@ -1,0 +1,249 @@
+// The scrivo tool run as a program on fixtures made here: exit codes,
+// messages that name the file and the reason, outputs next to or away from
+// the inputs, inputs never overwritten, JSON on a clean standard output.
+// The binary sits next to this test program in <build>/bin.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "scrivo/codec.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Result {
+    int code = -1;
+    std::string out, err;
+};
+
+std::string Slurp(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void Spit(const fs::path& p, const std::string& bytes) {
+    std::ofstream(p, std::ios::binary) << bytes;
+}
+
+class ScrivoCli : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        tool_ = fs::read_symlink("/proc/self/exe").parent_path() / "scrivo";
+        if (!fs::exists(tool_)) GTEST_SKIP() << "no scrivo binary next to the tests";
+        dir_ = fs::temp_directory_path() /
+               ("scrivo_cli_" + std::to_string(getpid()) + "_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override {
+        if (!dir_.empty()) fs::remove_all(dir_);
+    }
+
+    Result Scrivo(const std::string& args) {
+        const std::string out = (dir_ / "stdout.txt").string(),
+                          err = (dir_ / "stderr.txt").string();
+        const std::string command = "cd '" + dir_.string() + "' && '" + tool_.string() + "' " +
+                                    args + " >'" + out + "' 2>'" + err + "'";
+        const int status = std::system(command.c_str());
+        Result r;
+        r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        r.out = Slurp(out);
+        r.err = Slurp(err);
+        fs::remove(out);
+        fs::remove(err);
+        return r;
+    }
+
+    // A light page on a dark table, encoded by the library.
+    std::string MakeJpeg(int w, int h) {
+        MHAMCM manager = nullptr;
+        EXPECT_EQ(AMCM_Create(nullptr, &manager), 0u);
+        EXPECT_EQ(MdRegisterJpegComponents(manager), 0u);
+        std::vector<uint8_t> rgba(static_cast<size_t>(w) * h * 4, 40);
+        for (int y = h / 5; y < h * 4 / 5; ++y)
+            for (int x = w / 4; x < w * 3 / 4; ++x)
+                for (int c = 0; c < 3; ++c) rgba[(static_cast<size_t>(y) * w + x) * 4 + c] = 230;
+        MBITMAP bitmap{MPAF_RGBA8888, w, h, {w * 4, 0, 0}, {rgba.data(), nullptr, nullptr}};
+        void* data = nullptr;
+        int32_t size = 0;
+        EXPECT_EQ(MCodec_EncodeData(manager, &bitmap, 90, &data, &size), 0u);
+        std::string bytes(static_cast<const char*>(data), static_cast<size_t>(size));
+        MMemFree(nullptr, data);
+        AMCM_Destroy(manager);
+        return bytes;
+    }
+
+    fs::path tool_, dir_;
+};
+
+TEST_F(ScrivoCli, ScanWritesThePageAndNeverTheInput) {
+    const std::string photo = MakeJpeg(320, 240);
+    Spit(dir_ / "photo.jpg", photo);
+
+    Result r = Scrivo("-v scan photo.jpg --enhance none");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("photo.jpg -> photo.page.jpg (320x240, none)"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("TL 0,0  BL 0,240  BR 320,240  TR 320,0"), std::string::npos) << r.out;
+    const std::string page = Slurp(dir_ / "photo.page.jpg");
+    EXPECT_EQ(page.substr(0, 3), "\xFF\xD8\xFF");
+    EXPECT_EQ(page.find(std::string("Exif\0\0", 6)), std::string::npos);  // none in, none out
+    EXPECT_NE(r.err.find("QUORVEX_SCRIVO: QvNote performance native decode cost"),
+              std::string::npos);
+    EXPECT_NE(r.err.find("scrivo: photo.jpg: total"), std::string::npos);
+    EXPECT_NE(r.err.find("scrivo: peak memory"), std::string::npos);
+    EXPECT_EQ(r.out.find("QUORVEX_SCRIVO"), std::string::npos);
+
+    // Given corners: a legal one into another name, a crossed one refused.
+    r = Scrivo("scan photo.jpg --enhance none --corners 10,10,20,200,300,230,310,5 -o given.jpg");
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("corners (given)"), std::string::npos);
+    r = Scrivo("scan photo.jpg --corners 0,0,320,240,0,240,320,0 -o crossed.jpg");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("scrivo: photo.jpg: corners not a convex quadrangle"), std::string::npos);
+    EXPECT_FALSE(fs::exists(dir_ / "crossed.jpg"));
+
+    // Never onto an input, under any spelling of its name.
+    r = Scrivo("scan photo.jpg -o ./photo.jpg");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("would overwrite an input"), std::string::npos);
+    EXPECT_EQ(Slurp(dir_ / "photo.jpg"), photo);
+
+    // An enhanced rendering is written only when the engine made one.
+    r = Scrivo("scan photo.jpg --enhance grey -o grey.jpg");
+    if (r.code == 0) {
+        EXPECT_TRUE(fs::exists(dir_ / "grey.jpg"));
+    } else {
+        EXPECT_EQ(r.code, 1);
+        EXPECT_NE(r.err.find("enhancement 'grey' is not available"), std::string::npos) << r.err;
+        EXPECT_FALSE(fs::exists(dir_ / "grey.jpg"));
+    }
+}
+
+TEST_F(ScrivoCli, UsageErrorsExitWithTwo) {
+    Spit(dir_ / "photo.jpg", MakeJpeg(64, 48));
+    for (const char* args :
+         {"scan", "scan photo.jpg --enhance sepia", "scan photo.jpg --bogus",
+          "scan photo.jpg --quality 0", "scan photo.jpg --corners 1,2,3", "frobnicate",
+          "scan photo.jpg photo.jpg --corners 0,0,0,48,64,48,64,0"}) {
+        const Result r = Scrivo(args);
+        EXPECT_EQ(r.code, 2) << args << "\n" << r.err;
+        EXPECT_NE(r.err.find("scrivo: "), std::string::npos) << args;
+    }
+    const Result help = Scrivo("--help");
+    EXPECT_EQ(help.code, 0);
+    EXPECT_NE(help.out.find("Exit codes: 0 success, 1 some inputs failed"), std::string::npos);
+}
+
+TEST_F(ScrivoCli, BadFilesAreNamedWithTheirReason) {
+    const std::string good = MakeJpeg(200, 150);
+    fs::create_directories(dir_ / "in");
+    Spit(dir_ / "in" / "a.jpg", good);
+    Spit(dir_ / "in" / "b.JPEG", MakeJpeg(120, 160));
+    Spit(dir_ / "in" / "cut.jpg", good.substr(0, good.size() / 2));
+    Spit(dir_ / "in" / "picture.jpg", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16));
+    Spit(dir_ / "in" / "empty.jpg", "");
+    Spit(dir_ / "in" / "tiny.jpg", MakeJpeg(1, 1));
+    Spit(dir_ / "in" / "notes.txt", "not a photograph");
+    Spit(dir_ / "in" / "old.page.jpg", good);  // an earlier run's output: skipped
+
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"cut.jpg", "truncated"}, {"picture.jpg", "not a JPEG"}, {"empty.jpg", "empty file"}};
+    for (const auto& [name, reason] : cases) {
+        const Result r = Scrivo("scan in/" + name + " --enhance none");
+        EXPECT_EQ(r.code, 1) << name;
+        EXPECT_NE(r.err.find("scrivo: in/" + name + ": " + reason), std::string::npos) << r.err;
+    }
+    // A 1x1 photograph either gives a 1x1 page or a clear refusal.
+    const Result tiny = Scrivo("scan in/tiny.jpg --enhance none -o tiny.jpg");
+    if (tiny.code != 0) {
+        EXPECT_NE(tiny.err.find("in/tiny.jpg: image too small"), std::string::npos) << tiny.err;
+    }
+
+    const Result r = Scrivo("scan in -o out -j 2 --enhance none");
+    EXPECT_EQ(r.code, 1) << r.err;
+    EXPECT_TRUE(fs::exists(dir_ / "out" / "a.page.jpg"));
+    EXPECT_TRUE(fs::exists(dir_ / "out" / "b.page.jpg"));
+    EXPECT_FALSE(fs::exists(dir_ / "out" / "old.page.page.jpg"));
+    EXPECT_FALSE(fs::exists(dir_ / "out" / "notes.page.jpg"));
+    for (const auto& [name, reason] : cases)
+        EXPECT_NE(r.err.find(name + ": " + reason), std::string::npos) << r.err;
+    const bool tinyOk = tiny.code == 0;
+    EXPECT_NE(r.out.find(std::to_string(tinyOk ? 3 : 2) + " ok, " + std::to_string(tinyOk ? 3 : 4) +
+                         " failed"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(Slurp(dir_ / "in" / "a.jpg"), good);
+
+    // a.jpg and a.jpeg would share a page name: the second is refused.
+    Spit(dir_ / "in" / "a.jpeg", good);
+    const Result clash = Scrivo("scan in/a.jpg in/a.jpeg -o out2 --enhance none");
+    EXPECT_EQ(clash.code, 1);
+    EXPECT_NE(clash.err.find("is already the page of in/a.jpg"), std::string::npos) << clash.err;
+}
+
+TEST_F(ScrivoCli, DetectPrintsJsonAndAnOverlay) {
+    Spit(dir_ / "photo.jpg", MakeJpeg(400, 300));
+    Result r = Scrivo("detect photo.jpg --json --overlay outline.jpg");
+    ASSERT_EQ(r.code, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);  // the whole standard output is the JSON
+    ASSERT_EQ(j["corners"].size(), 4u);
+    EXPECT_EQ(j["width"], 400);
+    EXPECT_TRUE(j["found"].is_boolean());
+    if (!j["found"].get<bool>()) {
+        EXPECT_EQ(j["corners"][2], nlohmann::json::array({400, 300}));
+    }
+
+    // The quadrangle is drawn: the overlay differs from the photograph along
+    // the first side (top-left to bottom-left).
+    MHAMCM manager = nullptr;
+    ASSERT_EQ(AMCM_Create(nullptr, &manager), 0u);
+    ASSERT_EQ(MdRegisterJpegComponents(manager), 0u);
+    const std::string overlay = Slurp(dir_ / "outline.jpg");
+    MBITMAP bitmap{};
+    bitmap.pixelFormat = MPAF_RGBA8888;
+    ASSERT_EQ(
+        MCodec_DecodeData(manager, overlay.data(), static_cast<int32_t>(overlay.size()), &bitmap),
+        0u);
+    const int x = (j["corners"][0][0].get<int>() + j["corners"][1][0].get<int>()) / 2;
+    const int y = (j["corners"][0][1].get<int>() + j["corners"][1][1].get<int>()) / 2;
+    const uint8_t* px = bitmap.plane[0] + y * bitmap.pitch[0] + std::min(x + 1, 399) * 4;
+    EXPECT_GT(std::abs(px[0] - px[1]), 60) << "no coloured line at " << x << "," << y;
+    MdBitmapFree(nullptr, &bitmap);
+    AMCM_Destroy(manager);
+
+    Spit(dir_ / "png.jpg", "\x89PNG\r\n\x1a\n0000000000");
+    r = Scrivo("detect png.jpg --json");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(nlohmann::json::parse(r.out)["error"], "not a JPEG");
+}
+
+// In the sanitizer build this is the leak and memory-error check of a whole
+// capture at the size phones deliver.
+TEST_F(ScrivoCli, ScansATwelveMegapixelPhotograph) {
+    const fs::path photo = fs::path(SCRIVO_TEST_DATA_DIR) / "synth-dev" / "0010.jpg";
+    if (!fs::exists(photo)) GTEST_SKIP() << "no " << photo;
+    const Result r = Scrivo("scan '" + photo.string() + "' --enhance none -o page.jpg");
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.err.find("Sanitizer"), std::string::npos) << r.err;
+    EXPECT_NE(r.out.find("page.jpg (4000x3000, none)"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("Schedpolicy"), std::string::npos);
+    // The photograph's EXIF block travels with the page (the data set's
+    // photographs are all made by the "EvalCam" camera maker).
+    const std::string page = Slurp(dir_ / "page.jpg");
+    ASSERT_NE(page.find(std::string("Exif\0\0", 6)), std::string::npos);
+    EXPECT_NE(page.find("EvalCam"), std::string::npos);
+    EXPECT_GT(page.size(), 100000u);
+}
+
+}  // namespace
