@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "imaging/codec/test_jpeg.h"
 #include "imaging/exif/exif_test_util.h"
 #include "scrivo/exif.h"
 #include "scrivo/session.h"
@@ -56,14 +57,7 @@ class LogCollector {
     std::vector<std::string> lines_;
 };
 
-struct Manager {
-    MHAMCM m = nullptr;
-    Manager() {
-        AMCM_Create(nullptr, &m);
-        MdRegisterJpegComponents(m);
-    }
-    ~Manager() { AMCM_Destroy(m); }
-};
+using codec_test::Manager;
 
 // R,G,B,A pixels of a smooth, asymmetric picture (or noise).
 inline Bytes Picture(int w, int h, bool noise = false) {
