@@ -85,6 +85,9 @@ struct tagQuadrangle {
     double lenBottom = 0.0;  // |P1P2|
     double lenLeft = 0.0;    // |P0P1|
     double lenRight = 0.0;   // |P3P2|
+    // Working fields of the searches.
+    int32_t vertexType[4] = {};  // per corner: 0 inside, 1 on the image border, 2 outside
+    int32_t outsideCorners = 0;  // corners of type 2
 };
 
 // A line counts as horizontal when its slope is at most 1 in magnitude.
