@@ -1,0 +1,486 @@
+// Measures page detection on a folder of photographs with ground truth.
+//
+//   scrivo_eval_detect DIR [--json OUT] [--limit N] [--worst K] [--tag T]
+//
+// DIR/truth.json lists the photographs with their true page corners (see
+// eval_metric.h for the score). Each photograph goes the way a capture does:
+// its JPEG bytes are given to a capture session, which decodes them and
+// creates the engine (timed as "decode"), and the session's page-vertex
+// search is timed alone. The engine's corners are integer photograph pixels
+// and are scored as they are against the continuous true corners.
+//
+// "Not found" is the session's own answer, and also the whole photograph's
+// corners, which the engine gives for a photograph without a page; both
+// score 0. A photograph that cannot be read or decoded scores 0 with a note
+// and the run goes on. --tag keeps only the photographs with that tag,
+// --limit the first N of those.
+//
+// Prints, per tag and overall, the count, mean score, the shares at or above
+// 0.90 and 0.95 and the minimum; then the K worst photographs (default 5);
+// then the times per photograph. --json writes every photograph's result.
+// Exit status: 0 after a run, 1 when the JSON file cannot be written, 2 for
+// a usage error or an unreadable truth file.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "eval_metric.h"
+#include "scrivo/codec.h"
+#include "scrivo/session.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using scrivo_eval::Quad;
+
+constexpr int kUsageError = 2;
+
+struct Options {
+    fs::path dir;
+    std::string jsonOut;
+    std::optional<size_t> limit;
+    size_t worst = 5;
+    std::string tag;
+};
+
+struct Record {
+    std::string file;
+    int width = 0;
+    int height = 0;
+    Quad corners{};
+    double pageW = 0.0;
+    double pageH = 0.0;
+    std::vector<std::string> tags;
+};
+
+struct Result {
+    const Record* record = nullptr;
+    bool decoded = false;
+    bool found = false;
+    std::array<tagVPPoint, 4> detected{};
+    double score = 0.0;
+    bool mirrored = false;
+    double decodeMs = 0.0;
+    double detectMs = 0.0;
+    std::string note;
+};
+
+void PrintUsage(std::FILE* to) {
+    std::fprintf(to,
+                 "usage: scrivo_eval_detect DIR [--json OUT] [--limit N] [--worst K] [--tag T]\n"
+                 "  DIR          folder with truth.json and the photographs it names\n"
+                 "  --json OUT   write every photograph's result to OUT\n"
+                 "  --limit N    only the first N photographs (after --tag)\n"
+                 "  --worst K    list the K lowest scores (default 5)\n"
+                 "  --tag T      only the photographs tagged T (e.g. hard, bg:light)\n");
+}
+
+bool ParseCount(const std::string& text, size_t* out) {
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return false;
+    if (text.size() > 9) return false;
+    *out = static_cast<size_t>(std::stoul(text));
+    return true;
+}
+
+// False (with a message printed) on a usage error.
+bool ParseArguments(int argc, char** argv, Options* opt, bool* help) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "-h" || a == "--help") {
+            *help = true;
+            return true;
+        }
+        const bool takesValue = a == "--json" || a == "--limit" || a == "--worst" || a == "--tag";
+        if (takesValue) {
+            if (i + 1 >= args.size()) {
+                std::fprintf(stderr, "scrivo_eval_detect: %s needs a value\n", a.c_str());
+                return false;
+            }
+            const std::string& v = args[++i];
+            size_t n = 0;
+            if (a == "--json") {
+                opt->jsonOut = v;
+            } else if (a == "--tag") {
+                opt->tag = v;
+            } else if (!ParseCount(v, &n)) {
+                std::fprintf(stderr, "scrivo_eval_detect: %s wants a count, not '%s'\n", a.c_str(),
+                             v.c_str());
+                return false;
+            } else if (a == "--limit") {
+                opt->limit = n;
+            } else {
+                opt->worst = n;
+            }
+        } else if (!a.empty() && a[0] == '-') {
+            std::fprintf(stderr, "scrivo_eval_detect: unknown option %s\n", a.c_str());
+            return false;
+        } else if (opt->dir.empty()) {
+            opt->dir = a;
+        } else {
+            std::fprintf(stderr, "scrivo_eval_detect: one folder only (also got %s)\n", a.c_str());
+            return false;
+        }
+    }
+    if (opt->dir.empty()) {
+        std::fprintf(stderr, "scrivo_eval_detect: no folder given\n");
+        return false;
+    }
+    return true;
+}
+
+Quad ReadCorners(const json& j) {
+    if (!j.is_array() || j.size() != 4) throw std::runtime_error("corners: want 4 points");
+    Quad q;
+    for (size_t i = 0; i < 4; ++i) {
+        const json& p = j[i];
+        if (!p.is_array() || p.size() != 2 || !p[0].is_number() || !p[1].is_number())
+            throw std::runtime_error("corners: want [x, y] pairs");
+        q[i] = cv::Point2d(p[0].get<double>(), p[1].get<double>());
+    }
+    return q;
+}
+
+// Throws with a readable message on anything missing or malformed.
+std::vector<Record> ReadTruth(const fs::path& path) {
+    std::ifstream in(path);
+    if (!in) throw std::runtime_error("cannot open " + path.string());
+    const json doc = json::parse(in);
+    const json& images = doc.at("images");
+    if (!images.is_array()) throw std::runtime_error("\"images\" is not a list");
+    std::vector<Record> records;
+    for (size_t i = 0; i < images.size(); ++i) {
+        const json& r = images[i];
+        try {
+            Record rec;
+            rec.file = r.at("file").get<std::string>();
+            rec.width = r.at("width").get<int>();
+            rec.height = r.at("height").get<int>();
+            rec.corners = ReadCorners(r.at("corners"));
+            const json& size = r.at("page_size");
+            if (!size.is_array() || size.size() != 2)
+                throw std::runtime_error("page_size: want [w, h]");
+            rec.pageW = size[0].get<double>();
+            rec.pageH = size[1].get<double>();
+            if (!(rec.pageW > 0 && rec.pageH > 0))
+                throw std::runtime_error("page_size not positive");
+            if (r.contains("tags")) rec.tags = r.at("tags").get<std::vector<std::string>>();
+            records.push_back(std::move(rec));
+        } catch (const std::exception& e) {
+            throw std::runtime_error("record " + std::to_string(i) + ": " + e.what());
+        }
+    }
+    return records;
+}
+
+bool ReadFileBytes(const fs::path& path, std::vector<uint8_t>& bytes) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
+}
+
+double Since(std::chrono::steady_clock::time_point t0) {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+}
+
+// What one thread needs to run the capture path: the codec components and a
+// session over them.
+class Capture {
+  public:
+    Capture() {
+        if (AMCM_Create(nullptr, &manager_) != MOK) {
+            manager_ = nullptr;
+            return;
+        }
+        if (MdRegisterJpegComponents(manager_) == MOK) session_ = QvSession_Create(manager_);
+    }
+    ~Capture() {
+        QvSession_Destroy(session_);
+        if (manager_ != nullptr) AMCM_Destroy(manager_);
+    }
+    Capture(const Capture&) = delete;
+    Capture& operator=(const Capture&) = delete;
+
+    bool ready() const { return session_ != nullptr; }
+
+    Result Run(const Record& rec, const fs::path& dir) {
+        Result res;
+        res.record = &rec;
+        std::vector<uint8_t> bytes;
+        if (!ReadFileBytes(dir / rec.file, bytes)) {
+            res.note = "cannot read the file";
+            return res;
+        }
+        if (bytes.empty() || bytes.size() > static_cast<size_t>(INT32_MAX)) {
+            res.note = bytes.empty() ? "empty file" : "file too large";
+            return res;
+        }
+        auto t0 = std::chrono::steady_clock::now();
+        Engine engine{session_, QvSession_CreateEngine(session_, bytes.data(),
+                                                       static_cast<int32_t>(bytes.size()))};
+        res.decodeMs = Since(t0);
+        if (engine.handle == nullptr) {
+            res.note = "cannot decode the JPEG data";
+            return res;
+        }
+        res.decoded = true;
+        std::array<tagVPPoint, 4> quad{};
+        t0 = std::chrono::steady_clock::now();
+        const int32_t status = QvSession_FindPageVertex(session_, engine.handle, quad.data(), 4);
+        res.detectMs = Since(t0);
+        if (status != QV_SESSION_OK) {
+            res.note = "no page found";
+            return res;
+        }
+        const std::array<tagVPPoint, 4> whole = {
+            {{0, 0}, {0, rec.height}, {rec.width, rec.height}, {rec.width, 0}}};
+        bool isWhole = true;
+        for (int i = 0; i < 4; ++i)
+            isWhole = isWhole && quad[i].x == whole[i].x && quad[i].y == whole[i].y;
+        if (isWhole) {
+            res.note = "whole photograph (no page)";
+            return res;
+        }
+        res.found = true;
+        res.detected = quad;
+        Quad s;
+        for (int i = 0; i < 4; ++i) s[i] = cv::Point2d(quad[i].x, quad[i].y);
+        const scrivo_eval::Score score =
+            scrivo_eval::ScoreDetection(rec.corners, s, rec.pageW, rec.pageH);
+        res.score = score.jaccard;
+        res.mirrored = score.mirrored;
+        if (!score.problem.empty())
+            res.note = score.problem;
+        else if (score.mirrored)
+            res.note = "corners in mirrored order";
+        return res;
+    }
+
+  private:
+    struct Engine {
+        QvSession* session;
+        VPHandle handle;
+        Engine(QvSession* s, VPHandle h) : session(s), handle(h) {}
+        Engine(const Engine&) = delete;
+        Engine& operator=(const Engine&) = delete;
+        ~Engine() {
+            if (handle != nullptr) QvSession_ReleaseEngine(session, handle);
+        }
+    };
+
+    MHAMCM manager_ = nullptr;
+    QvSession* session_ = nullptr;
+};
+
+struct Summary {
+    size_t count = 0;
+    double sum = 0.0;
+    size_t at90 = 0;
+    size_t at95 = 0;
+    double min = 1.0;
+
+    void Add(double s) {
+        ++count;
+        sum += s;
+        if (s >= 0.90) ++at90;
+        if (s >= 0.95) ++at95;
+        min = std::min(min, s);
+    }
+    double Mean() const { return count ? sum / count : 0.0; }
+    double Share(size_t n) const { return count ? 100.0 * n / count : 0.0; }
+};
+
+std::string JoinTags(const std::vector<std::string>& tags) {
+    std::string out;
+    for (const std::string& t : tags) out += (out.empty() ? "" : " ") + t;
+    return out;
+}
+
+std::string FormatQuad(const Quad& q) {
+    std::string out;
+    char buf[64];
+    for (const cv::Point2d& p : q) {
+        std::snprintf(buf, sizeof buf, "%s(%.1f,%.1f)", out.empty() ? "" : " ", p.x, p.y);
+        out += buf;
+    }
+    return out;
+}
+
+std::string FormatQuad(const std::array<tagVPPoint, 4>& q) {
+    std::string out;
+    char buf[64];
+    for (const tagVPPoint& p : q) {
+        std::snprintf(buf, sizeof buf, "%s(%d,%d)", out.empty() ? "" : " ", p.x, p.y);
+        out += buf;
+    }
+    return out;
+}
+
+struct TimeStats {
+    double median = 0.0;
+    double mean = 0.0;
+    double max = 0.0;
+};
+
+TimeStats Stats(std::vector<double> v) {
+    TimeStats s;
+    if (v.empty()) return s;
+    std::sort(v.begin(), v.end());
+    const size_t n = v.size();
+    s.median = n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
+    for (double x : v) s.mean += x;
+    s.mean /= static_cast<double>(n);
+    s.max = v.back();
+    return s;
+}
+
+void PrintReport(const std::vector<Result>& results, size_t worst) {
+    Summary all;
+    std::map<std::string, Summary> byTag;
+    for (const Result& r : results) {
+        all.Add(r.score);
+        for (const std::string& t : r.record->tags) byTag[t].Add(r.score);
+    }
+    std::printf("%-18s %5s %7s %7s %7s %7s\n", "tag", "count", "mean", ">=0.90", ">=0.95", "min");
+    auto line = [](const std::string& name, const Summary& s) {
+        std::printf("%-18s %5zu %7.4f %6.1f%% %6.1f%% %7.4f\n", name.c_str(), s.count, s.Mean(),
+                    s.Share(s.at90), s.Share(s.at95), s.count ? s.min : 0.0);
+    };
+    line("all", all);
+    for (const auto& [tag, s] : byTag) line(tag, s);
+
+    size_t notFound = 0, undecoded = 0;
+    for (const Result& r : results) {
+        if (!r.decoded)
+            ++undecoded;
+        else if (!r.found)
+            ++notFound;
+    }
+    std::printf("\nno page found: %zu of %zu", notFound, results.size());
+    if (undecoded) std::printf("; not read or not decoded: %zu", undecoded);
+    std::printf("\n");
+
+    std::vector<const Result*> order;
+    for (const Result& r : results) order.push_back(&r);
+    std::stable_sort(order.begin(), order.end(),
+                     [](const Result* a, const Result* b) { return a->score < b->score; });
+    const size_t k = std::min(worst, order.size());
+    if (k > 0) std::printf("\nworst %zu:\n", k);
+    for (size_t i = 0; i < k; ++i) {
+        const Result& r = *order[i];
+        std::printf("  %-12s %.4f  [%s]%s%s\n", r.record->file.c_str(), r.score,
+                    JoinTags(r.record->tags).c_str(), r.note.empty() ? "" : "  ", r.note.c_str());
+        std::printf("    true     %s\n", FormatQuad(r.record->corners).c_str());
+        if (r.found) std::printf("    detected %s\n", FormatQuad(r.detected).c_str());
+    }
+
+    std::vector<double> detect, decode;
+    for (const Result& r : results) {
+        if (!r.decoded) continue;
+        detect.push_back(r.detectMs);
+        decode.push_back(r.decodeMs);
+    }
+    const TimeStats d = Stats(detect), j = Stats(decode);
+    std::printf("\ntime per photograph (%zu decoded), ms:\n", detect.size());
+    std::printf("  detection  median %8.2f  mean %8.2f  max %8.2f\n", d.median, d.mean, d.max);
+    std::printf("  decode     median %8.2f  mean %8.2f  max %8.2f\n", j.median, j.mean, j.max);
+}
+
+json QuadJson(const Quad& q) {
+    json a = json::array();
+    for (const cv::Point2d& p : q) a.push_back({p.x, p.y});
+    return a;
+}
+
+bool WriteJson(const std::string& path, const fs::path& dir, const std::vector<Result>& results) {
+    json images = json::array();
+    for (const Result& r : results) {
+        json j = {{"file", r.record->file},  {"tags", r.record->tags},
+                  {"decoded", r.decoded},    {"found", r.found},
+                  {"score", r.score},        {"truth", QuadJson(r.record->corners)},
+                  {"decode_ms", r.decodeMs}, {"detect_ms", r.detectMs}};
+        if (r.found) {
+            json d = json::array();
+            for (const tagVPPoint& p : r.detected) d.push_back({p.x, p.y});
+            j["detected"] = std::move(d);
+            j["mirrored"] = r.mirrored;
+        } else {
+            j["detected"] = nullptr;
+        }
+        if (!r.note.empty()) j["note"] = r.note;
+        images.push_back(std::move(j));
+    }
+    const json doc = {{"dir", dir.string()}, {"count", results.size()}, {"images", images}};
+    std::ofstream out(path);
+    out << doc.dump(1) << '\n';
+    out.close();
+    return static_cast<bool>(out);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options opt;
+    bool help = false;
+    if (!ParseArguments(argc, argv, &opt, &help)) {
+        PrintUsage(stderr);
+        return kUsageError;
+    }
+    if (help) {
+        PrintUsage(stdout);
+        return 0;
+    }
+
+    std::vector<Record> records;
+    try {
+        records = ReadTruth(opt.dir / "truth.json");
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "scrivo_eval_detect: %s: %s\n", (opt.dir / "truth.json").c_str(),
+                     e.what());
+        return kUsageError;
+    }
+    std::vector<const Record*> chosen;
+    for (const Record& r : records) {
+        if (opt.limit && chosen.size() >= *opt.limit) break;
+        if (opt.tag.empty() || std::find(r.tags.begin(), r.tags.end(), opt.tag) != r.tags.end())
+            chosen.push_back(&r);
+    }
+
+    Capture capture;
+    if (!capture.ready()) {
+        std::fprintf(stderr, "scrivo_eval_detect: cannot set up the codec components\n");
+        return 1;
+    }
+    std::printf("%zu photographs from %s%s%s\n\n", chosen.size(), opt.dir.c_str(),
+                opt.tag.empty() ? "" : ", tag ", opt.tag.c_str());
+    std::vector<Result> results;
+    results.reserve(chosen.size());
+    for (const Record* rec : chosen) {
+        results.push_back(capture.Run(*rec, opt.dir));
+        const Result& r = results.back();
+        if (!r.decoded)
+            std::fprintf(stderr, "scrivo_eval_detect: %s: %s (scored 0)\n", rec->file.c_str(),
+                         r.note.c_str());
+    }
+    PrintReport(results, opt.worst);
+
+    if (!opt.jsonOut.empty() && !WriteJson(opt.jsonOut, opt.dir, results)) {
+        std::fprintf(stderr, "scrivo_eval_detect: cannot write %s\n", opt.jsonOut.c_str());
+        return 1;
+    }
+    return 0;
+}
