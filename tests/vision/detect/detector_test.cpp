@@ -41,7 +41,7 @@ TEST(DetectPage, FindsPagesOnDarkTablesInTheFirstPass) {
         EXPECT_EQ(d.result, 1);
         EXPECT_EQ(d.edges, 4);
         EXPECT_EQ(d.pass, 0);
-        EXPECT_TRUE(CornersNear(d.corners, p->page, 4));
+        EXPECT_TRUE(CornersNear(d.corners, p->page, 6));
     }
 }
 
@@ -53,6 +53,7 @@ TEST(DetectPage, ChromaEdgesFindAWhitePageOnALightTableOfAnotherColour) {
     p.paper = {233, 233, 233};
     p.table = {255, 238, 215};
     p.noise = 2;
+    p.print = false;
     const cv::Mat image = Render(p);
     cv::Mat grey, greyEdges;
     cv::cvtColor(image, grey, cv::COLOR_BGR2GRAY);
@@ -68,8 +69,8 @@ TEST(DetectPage, SmallPagesAreLeftToTheSecondPass) {
     // 7 % of the image: the first pass drops what it finds, the second
     // pass, with its gentler edges and shorter lines, keeps it.
     Photo p;
-    p.page = {{300, 200}, {300, 380}, {520, 380}, {520, 200}};
-    ASSERT_LT(220.0 * 180.0, 0.08 * 800 * 600);
+    p.page = {{300, 200}, {300, 370}, {500, 370}, {500, 200}};
+    ASSERT_LT(200.0 * 170.0, 0.08 * 800 * 600);
     const Detection d = Detect(Render(p));
     EXPECT_EQ(d.result, 1);
     EXPECT_EQ(d.pass, 1);
