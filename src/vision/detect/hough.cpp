@@ -15,6 +15,11 @@
 //   4. when the segment spans at least `minLineLength` pixels in x or in y,
 //      every corridor pixel is subtracted from the accumulator and the
 //      segment is reported; a shorter run is dropped (its pixels stay out).
+// A walk bridges pixels that an earlier line already took (up to
+// kMaxCrossing in a row, counted neither as support nor as a miss): where a
+// page border is crossed by ruled lines, table stripes or a cloth pattern,
+// those lines usually come out first, and without the bridge the border
+// would be cut at every crossing into pieces too short to keep.
 // Step 4 subtracts pixels that had not voted yet too. On the thick edges of
 // a dilated map this pushes the cells of the band beside a reported line
 // down, so that the band's leftover pixels rarely make a parallel duplicate.
@@ -34,6 +39,12 @@ namespace {
 
 constexpr int kShift = 16;  // fixed-point bits of the line walk and rho tables
 constexpr int64_t kMaxAccumulatorCells = int64_t{1} << 27;
+// Pixel states of the working map.
+constexpr uint8_t kFree = 1;   // an edge pixel that may still vote and extend a line
+constexpr uint8_t kTaken = 2;  // an edge pixel that belongs to an earlier walk
+// Longest run of taken pixels a walk crosses: a 3-pixel-wide line met at a
+// slant, with a pixel to spare.
+constexpr int kMaxCrossing = 6;
 
 // Small self-contained generator (PCG32, XSH-RR output): the visiting order
 // depends only on the seed and the point list, never on global state.
@@ -74,7 +85,7 @@ struct Setup {
     std::vector<int32_t> sinTab;    // sin / rho, fixed point
     std::vector<int32_t> cellBase;  // n * numRho + rho offset
     std::vector<float> dirCos, dirSin;
-    std::vector<uint8_t> state;  // 1 = edge pixel still in the map
+    std::vector<uint8_t> state;  // 0 no edge, kFree, kTaken
     std::vector<Point> points;   // visiting order
 };
 
@@ -102,7 +113,7 @@ void Transform(Setup& s, std::vector<HoughSegment>& lines) {
     const int64_t half = int64_t{1} << (kShift - 1);
 
     for (const Point& p : s.points) {
-        if (!stateAt(p.x, p.y)) continue;  // taken by an earlier line
+        if (stateAt(p.x, p.y) != kFree) continue;  // taken by an earlier line
 
         CellsOf(s, p.x, p.y, idx.data());
         // Votes first, then the strongest cell in a separate (vectorisable)
@@ -141,14 +152,17 @@ void Transform(Setup& s, std::vector<HoughSegment>& lines) {
             const int64_t dx = k == 0 ? dx0 : -dx0;
             const int64_t dy = k == 0 ? dy0 : -dy0;
             ends[k] = p;
-            int gap = 0;
+            int gap = 0, crossing = 0;
             for (int64_t fx = x0, fy = y0;; fx += dx, fy += dy) {
                 int x, y;
                 pixelOf(fx, fy, &x, &y);
                 if (x < 0 || x >= width || y < 0 || y >= height) break;
-                if (stateAt(x, y)) {
-                    gap = 0;
+                const uint8_t st = stateAt(x, y);
+                if (st == kFree) {
+                    gap = crossing = 0;
                     ends[k] = {x, y};
+                } else if (st == kTaken && crossing < kMaxCrossing) {
+                    ++crossing;
                 } else if (++gap > s.maxLineGap) {
                     break;
                 }
@@ -167,11 +181,11 @@ void Transform(Setup& s, std::vector<HoughSegment>& lines) {
                 int x, y;
                 pixelOf(fx, fy, &x, &y);
                 uint8_t& pixel = stateAt(x, y);
-                if (pixel && good) {
+                if (pixel == kFree && good) {
                     CellsOf(s, x, y, idx.data());
                     for (int n = 0; n < numAngle; ++n) --acc[idx[n]];
                 }
-                pixel = 0;
+                if (pixel) pixel = kTaken;
                 if (x == ends[k].x && y == ends[k].y) break;
             }
         }
@@ -232,7 +246,7 @@ std::vector<HoughSegment> HoughLines(const cv::Mat& edges, double rho, double th
         uint8_t* out = s.state.data() + static_cast<size_t>(y) * s.width;
         for (int x = 0; x < s.width; ++x) {
             if (row[x]) {
-                out[x] = 1;
+                out[x] = kFree;
                 s.points.push_back({x, y});
             }
         }
