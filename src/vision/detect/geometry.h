@@ -88,6 +88,7 @@ struct tagQuadrangle {
     // Working fields of the searches.
     int32_t vertexType[4] = {};  // per corner: 0 inside, 1 on the image border, 2 outside
     int32_t outsideCorners = 0;  // corners of type 2
+    int32_t frameSides = 0;      // border lines lying along the image frame
 };
 
 // A line counts as horizontal when its slope is at most 1 in magnitude.

@@ -25,9 +25,14 @@
 //   steeper perspective is no page photograph) and the short sides are at
 //   least 12 % of the long ones (a receipt is narrow, but not a strip).
 // - SetQuardrangleVertexType: a corner is on the border within a margin of
-//   1 % of the image side (at least 3 pixels), outside beyond it.
+//   1 % of the image side (at least 3 pixels), outside beyond it. It also
+//   counts the border lines that lie along the image frame (both ends within
+//   0.6 % of the side, at least 3 pixels, of the same frame edge): the edge
+//   cleaning traces the outline of patterns cut by the frame along it, so a
+//   textured table yields straight lines there that bound no page.
 // - QvVP_GetCorrectQuad: a candidate becomes illegal when
-//   * its score is not a number, or two or more corners lie outside;
+//   * its score is not a number, two or more corners lie outside, or one of
+//     its border lines lies along the image frame;
 //   * its outer energy (inside against outside) is below 40 % of the
 //     strongest candidate's: quadrangles of a patterned cloth or of print
 //     inside the page differ little from their surroundings, a page stands
@@ -331,6 +336,17 @@ void SetQuardrangleVertexType(tagQuadrangle* quad, int32_t width, int32_t height
         quad->vertexType[k] = type;
         if (type == kVertexOutside) ++quad->outsideCorners;
     }
+    const double fx = std::max(3.0, 0.006 * width), fy = std::max(3.0, 0.006 * height);
+    auto alongFrame = [&](const tem_Line* line) {
+        if (!line) return false;
+        tem_Point p, q;
+        GetLineEndPoint(line, &p, &q);
+        if (IsHorizontalLine(*line))
+            return (p.y <= fy && q.y <= fy) || (p.y >= height - 1 - fy && q.y >= height - 1 - fy);
+        return (p.x <= fx && q.x <= fx) || (p.x >= width - 1 - fx && q.x >= width - 1 - fx);
+    };
+    quad->frameSides = alongFrame(quad->left) + alongFrame(quad->right) + alongFrame(quad->top) +
+                       alongFrame(quad->bottom);
 }
 
 void QvVP_GetCorrectQuad(tagQuadrangle* candidates, int n) {
@@ -338,7 +354,7 @@ void QvVP_GetCorrectQuad(tagQuadrangle* candidates, int n) {
     for (int k = 0; k < n; ++k) {
         tagQuadrangle& q = candidates[k];
         if (!q.legal) continue;
-        if (!std::isfinite(q.score) || q.outsideCorners >= 2) q.legal = 0;
+        if (!std::isfinite(q.score) || q.outsideCorners >= 2 || q.frameSides > 0) q.legal = 0;
     }
     // Against the strongest contrast found, weak ones are texture or print.
     int32_t strongest = 0;
