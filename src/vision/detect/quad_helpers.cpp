@@ -44,8 +44,15 @@
 //     under it). The score cannot judge this, since the page's sides over
 //     the sheet have little contrast and the borrowed borders look stronger;
 //     without the angle, a page whose sides were found in part would lose to
-//     a block of text lines inside it. Sharing three lines is left to the
-//     choice, which prefers the larger of nested candidates.
+//     a block of text lines inside it;
+//   * it contains a candidate that shares three of its lines, and its two
+//     sides that meet the fourth line are covered less than 70 % on average
+//     (neither 80 %) while the
+//     inner candidate's are covered at least 85 %: those sides run on past
+//     the ends of their lines to a line beyond the page (wood grain, a cloth
+//     stripe beside a narrow receipt). A page whose sides are all found, with
+//     a printed rule inside it, keeps its well covered sides and stays.
+//   Other nesting is left to the choice, which prefers the larger candidate.
 // - DeleteQuadrangleByLine5: two candidates are duplicates when every corner
 //   of one lies within 2 % (mode 0) or 3 % (mode 1) of the image diagonal of
 //   the matching corner of the other, or when they share three border lines
@@ -72,6 +79,10 @@ namespace {
 // Candidates whose inside differs from their outside by less than this share
 // of the strongest candidate's difference are dropped.
 constexpr double kWeakContrastShare = 0.4;
+// Side coverage of a candidate that overruns a nested page, and of the page.
+constexpr double kOverrunFill = 0.7;  // on average over the two sides
+constexpr double kOverrunMaxFill = 0.8;
+constexpr double kCoveredFill = 0.85;
 
 double MainAxisStretch(const tem_Line* l) {
     return IsHorizontalLine(*l) ? std::sqrt(1.0 + l->a * l->a)
@@ -381,6 +392,26 @@ void QvVP_GetCorrectQuad(tagQuadrangle* candidates, int n) {
                 continue;
             if (inner.area >= outer.area) continue;
             if (Quadrangle2InQuadrangle1(VpSize{1, 1}, &outer, &inner)) dominated[k] = 1;
+        }
+    }
+    for (int k = 0; k < n; ++k) {
+        const tagQuadrangle& outer = candidates[k];
+        if (!outer.legal || dominated[k]) continue;
+        for (int m = 0; m < n && !dominated[k]; ++m) {
+            const tagQuadrangle& inner = candidates[m];
+            if (m == k || !inner.legal || inner.area >= outer.area ||
+                SharedBorderLines(&outer, &inner) != 3)
+                continue;
+            // The sides that meet the unshared line.
+            const bool acrossVertical = outer.left != inner.left || outer.right != inner.right;
+            const double o1 = acrossVertical ? outer.fillTop : outer.fillLeft;
+            const double o2 = acrossVertical ? outer.fillBottom : outer.fillRight;
+            const double i1 = acrossVertical ? inner.fillTop : inner.fillLeft;
+            const double i2 = acrossVertical ? inner.fillBottom : inner.fillRight;
+            if (o1 + o2 < 2.0 * kOverrunFill && std::max(o1, o2) < kOverrunMaxFill &&
+                i1 >= kCoveredFill && i2 >= kCoveredFill &&
+                Quadrangle2InQuadrangle1(VpSize{1, 1}, &outer, &inner))
+                dominated[k] = 1;
         }
     }
     for (int k = 0; k < n; ++k)
