@@ -160,3 +160,41 @@ TEST(QuadSearchFourLines, ASheetUnderThePageDoesNotWidenIt) {
         FindSquareArea7(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr), 1);
     EXPECT_TRUE(Near(c, {{200, 150}, {200, 400}, {500, 400}, {500, 150}}, 1));
 }
+
+TEST(QuadSearchFourLines, LinesAlongTheFrameAndBeyondANarrowPageBoundNothing) {
+    // Traces along the image frame (what a patterned table leaves there
+    // after edge cleaning) around a page: the page is chosen.
+    Scene framed(800, 600, {{200, 150}, {200, 450}, {600, 450}, {600, 150}});
+    AddPage(framed, {200, 150}, {200, 450}, {600, 450}, {600, 150});
+    framed.Add(true, {0, 1}, {799, 1});
+    framed.Add(true, {0, 598}, {799, 597});
+    framed.Add(false, {1, 0}, {1, 599});
+    framed.Add(false, {798, 0}, {798, 599});
+    tem_Point c[4];
+    ASSERT_EQ(FindSquareArea7(&framed.detector, framed.image, framed.horizontal.get(),
+                              framed.vertical.get(), c, nullptr),
+              1);
+    EXPECT_TRUE(Near(c, {{200, 150}, {200, 450}, {600, 450}, {600, 150}}, 1));
+
+    // The frame rule itself: one side along the frame is enough.
+    tagQuadrangle q{};
+    tem_Line* lines[4] = {GetLine(framed.horizontal.get(), 2), GetLine(framed.horizontal.get(), 1),
+                          GetLine(framed.vertical.get(), 0), GetLine(framed.vertical.get(), 1)};
+    ASSERT_EQ(FillQuadrangle(lines[0], lines[1], lines[2], lines[3], &q), 1);
+    SetQuardrangleVertexType(&q, 800, 600);
+    EXPECT_EQ(q.frameSides, 1);
+
+    // A receipt, and a long grain line of the table far to its left: the
+    // top and bottom edges would have to run on past their ends to reach it.
+    Scene receipt(1000, 600, {{450, 40}, {430, 560}, {700, 570}, {720, 50}});
+    cv::fillConvexPoly(receipt.image,
+                       std::vector<cv::Point>{{0, 0}, {120, 0}, {100, 599}, {0, 599}},
+                       cv::Scalar(25, 20, 15));
+    cv::resize(receipt.image, receipt.detector.half, receipt.detector.half.size());
+    AddPage(receipt, {450, 40}, {430, 560}, {700, 570}, {720, 50});
+    receipt.Add(false, {120, 0}, {100, 599});
+    ASSERT_EQ(FindSquareArea7(&receipt.detector, receipt.image, receipt.horizontal.get(),
+                              receipt.vertical.get(), c, nullptr),
+              1);
+    EXPECT_TRUE(Near(c, {{450, 40}, {430, 560}, {700, 570}, {720, 50}}, 2));
+}
