@@ -8,8 +8,10 @@
 // exceed the stand-in vertical slope is stored as CalLine stores a vertical
 // pair (a = 10000, c = -10000 * x at y = 0), so merged and unmerged vertical
 // lines compare alike in the angle and distance tests.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
 
 #include "vision/detect/line_merge_internal.h"
 
@@ -130,4 +132,17 @@ bool SetLineWithEndPoints(tem_Line* line, const double coefficients[3], tem_Poin
     line->b = coefficients[1];
     line->c = coefficients[2];
     return true;
+}
+
+MergeGroups::MergeGroups(const temp_LineSet* set) {
+    if (!set) return;
+    lines.reserve(static_cast<size_t>(std::max(set->count, 0)));
+    for (tem_Line* l = set->head; l; l = l->next) lines.push_back(l);
+    labels.resize(lines.size());
+    std::iota(labels.begin(), labels.end(), 0);
+}
+
+void MergeGroups::DeleteMerged(temp_LineSet* set) const {
+    for (int32_t k = size() - 1; k >= 0; --k)
+        if (labels[k] != k) DeleteLineFromSet(set, lines[k]);
 }

@@ -182,12 +182,10 @@ int IfTwoLineCombineTogether4(const cv::Mat& edges, const tem_Line* l1, const te
 void CombineSimiliarLine4(const cv::Mat& edges, temp_LineSet* set, const temp_LineSet* otherSet,
                           int width, int height) {
     if (!set || set->count < 2) return;
-    std::vector<tem_Line*> lines;
-    lines.reserve(static_cast<size_t>(set->count));
-    for (tem_Line* l = set->head; l; l = l->next) lines.push_back(l);
-    const int32_t n = static_cast<int32_t>(lines.size());
-    std::vector<int32_t> labels(lines.size());
-    std::iota(labels.begin(), labels.end(), 0);
+    MergeGroups groups(set);
+    const std::vector<tem_Line*>& lines = groups.lines;
+    std::vector<int32_t>& labels = groups.labels;
+    const int32_t n = groups.size();
     const Tolerances tol = TolerancesFor(width, height);
 
     for (int32_t i = 0; i < n; ++i) {
@@ -233,6 +231,5 @@ void CombineSimiliarLine4(const cv::Mat& edges, temp_LineSet* set, const temp_Li
         }
     }
 
-    for (int32_t k = n - 1; k >= 0; --k)
-        if (labels[k] != k) DeleteLineFromSet(set, lines[k]);
+    groups.DeleteMerged(set);
 }

@@ -113,12 +113,10 @@ void CombineSimiliarLine5(const cv::Mat& edges, temp_LineSet* set, const temp_Li
                           int width, int height) {
     (void)edges;
     if (!set || set->count < 2) return;
-    std::vector<tem_Line*> lines;
-    lines.reserve(static_cast<size_t>(set->count));
-    for (tem_Line* l = set->head; l; l = l->next) lines.push_back(l);
-    const int32_t n = static_cast<int32_t>(lines.size());
-    std::vector<int32_t> labels(lines.size());
-    std::iota(labels.begin(), labels.end(), 0);
+    MergeGroups groups(set);
+    const std::vector<tem_Line*>& lines = groups.lines;
+    std::vector<int32_t>& labels = groups.labels;
+    const int32_t n = groups.size();
 
     for (int32_t i = 0; i < n; ++i) {
         if (labels[i] != i) continue;
@@ -129,6 +127,5 @@ void CombineSimiliarLine5(const cv::Mat& edges, temp_LineSet* set, const temp_Li
                 labels[j] = i;
         }
     }
-    for (int32_t k = n - 1; k >= 0; --k)
-        if (labels[k] != k) DeleteLineFromSet(set, lines[k]);
+    groups.DeleteMerged(set);
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
@@ -39,6 +40,18 @@ void ExtremePointsAlongLine(const tem_Point* points, int32_t count, double a, te
 // False (line unchanged) when memory is short.
 bool SetLineWithEndPoints(tem_Line* line, const double coefficients[3], tem_Point first,
                           tem_Point last);
+
+// The lines of a set in order and a group label per line (its own index at
+// first): the working state of the merging passes.
+struct MergeGroups {
+    std::vector<tem_Line*> lines;
+    std::vector<int32_t> labels;
+    explicit MergeGroups(const temp_LineSet* set);
+    int32_t size() const { return static_cast<int32_t>(lines.size()); }
+    // Deletes, from the last index down, every line whose label is not its
+    // own index (merged into another or removed).
+    void DeleteMerged(temp_LineSet* set) const;
+};
 
 // Pairwise test and join of the second, wider merge (CombineSimiliarLine5).
 bool IfTwoLineCombineTogether5(const tem_Line* l1, const tem_Line* l2, const temp_LineSet* otherSet,

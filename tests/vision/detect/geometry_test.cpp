@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "vision/detect/detector_internal.h"
 #include "vision/detect/geometry.h"
 
 namespace {
@@ -12,16 +13,7 @@ namespace {
 // A detector-style line through two points: coefficients from CalLine, the
 // two points as its segment.
 tem_Line* MakeLine(tem_Point p, tem_Point q) {
-    tem_Line* line = CreateLine();
-    double k[3];
-    CalLine(p, q, k);
-    line->a = k[0];
-    line->b = k[1];
-    line->c = k[2];
-    line->points = CreatPointSet();
-    const tem_Point pts[2] = {p, q};
-    SetPointSetPoints(line->points, pts, 2);
-    return line;
+    return MakeLineFromEndPoints(p, q);
 }
 
 tem_Line Coefficients(double a, double c) {

@@ -14,16 +14,7 @@
 namespace quad_test {
 
 inline tem_Line* MakeLine(tem_Point p, tem_Point q) {
-    tem_Line* line = CreateLine();
-    double k[3];
-    CalLine(p, q, k);
-    line->a = k[0];
-    line->b = k[1];
-    line->c = k[2];
-    line->points = CreatPointSet();
-    const tem_Point pts[2] = {p, q};
-    SetPointSetPoints(line->points, pts, 2);
-    return line;
+    return MakeLineFromEndPoints(p, q);
 }
 
 struct SetDeleter {
