@@ -169,10 +169,14 @@ TEST(EngineClient, PageSearchScaleAndSourceRecovery) {
     int32_t w, hh;
     Quad(q, {0, 0, 0, 90, 120, 90, 120, 0});
     VPGetRectifiedImageSize(h, q, &w, &hh);
-    // While the page detector is the placeholder nothing is found: the
-    // corners stay (0, 0), and the search clears the stored size.
-    EXPECT_EQ(VPFindPageVertex(h, q), 0u);
-    EXPECT_EQ(q[2].x + h->sizeKnown + h->rectWidth + h->rectHeight, 0);
+    // A photograph without a page: the detector answers with the whole
+    // image, which the vertex search counts as found (its third corner is
+    // not zero), while VPFindPageVertex2 passes on the detector's own 0.
+    // Either search clears the stored size.
+    EXPECT_EQ(VPFindPageVertex(h, q), 1u);
+    EXPECT_EQ(q[2].x, 120);
+    EXPECT_EQ(q[2].y, 90);
+    EXPECT_EQ(h->sizeKnown + h->rectWidth + h->rectHeight, 0);
     EXPECT_EQ(VPFindPageVertex2(h, q, 3), 0u);
 
     // With the source released, the rectified page becomes the source.
