@@ -29,6 +29,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -161,13 +162,10 @@ bool ChooseCorners(QvSession* session, VPHandle engine, const ScanOptions* optio
     Quad quad = WholePhotograph(out.width, out.height);
     Quad detected = quad;
     out.found = QvSession_FindPageVertex(session, engine, detected.data(), 4) == QV_SESSION_OK;
-    out.corners = out.found ? detected : quad;
     // The engine answers a photograph without a page with the whole
     // photograph's corners (and "found"): report that as no page.
-    bool whole = true;
-    for (int i = 0; i < 4; ++i)
-        whole = whole && out.corners[i].x == quad[i].x && out.corners[i].y == quad[i].y;
-    if (whole) out.found = false;
+    out.found = out.found && std::memcmp(detected.data(), quad.data(), sizeof(Quad)) != 0;
+    out.corners = out.found ? detected : quad;
     Console::Get().Timing(label, "detect", watch.Lap());
     return true;
 }

@@ -36,6 +36,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "engine/client.h"
 #include "eval_metric.h"
 #include "scrivo/codec.h"
 #include "scrivo/session.h"
@@ -246,12 +247,7 @@ class Capture {
             res.note = "no page found";
             return res;
         }
-        const std::array<tagVPPoint, 4> whole = {
-            {{0, 0}, {0, rec.height}, {rec.width, rec.height}, {rec.width, 0}}};
-        bool isWhole = true;
-        for (int i = 0; i < 4; ++i)
-            isWhole = isWhole && quad[i].x == whole[i].x && quad[i].y == whole[i].y;
-        if (isWhole) {
+        if (IsWholeImageQuadrangle(quad.data(), rec.width, rec.height)) {
             res.note = "whole photograph (no page)";
             return res;
         }

@@ -50,10 +50,6 @@ tem_Line* MakeLineFromEndPoints(tem_Point first, tem_Point second) {
         DeleteLine(line);
         return nullptr;
     }
-    const double dx = static_cast<double>(second.x) - first.x;
-    const double dy = static_cast<double>(second.y) - first.y;
-    line->length = static_cast<int32_t>(std::sqrt(dx * dx + dy * dy));
-    line->angle = static_cast<int32_t>(std::atan(line->a) * 180.0 / kGeometryPi);
     return line;
 }
 

@@ -19,10 +19,6 @@ namespace {
 
 constexpr int32_t kExtremeSentinel = 1000000;
 
-int32_t Key(tem_Point p, bool alongX) {
-    return alongX ? p.x : p.y;
-}
-
 }  // namespace
 
 bool AxisEnds(const tem_Line* line, bool alongX, tem_Point* lo, tem_Point* hi) {
@@ -31,8 +27,8 @@ bool AxisEnds(const tem_Line* line, bool alongX, tem_Point* lo, tem_Point* hi) {
     tem_Point first = set.points[0], last = set.points[0];
     for (int32_t i = 1; i < set.count; ++i) {
         const tem_Point p = set.points[i];
-        if (Key(p, alongX) < Key(first, alongX)) first = p;
-        if (Key(p, alongX) > Key(last, alongX)) last = p;
+        if (AxisKey(p, alongX) < AxisKey(first, alongX)) first = p;
+        if (AxisKey(p, alongX) > AxisKey(last, alongX)) last = p;
     }
     if (lo) *lo = first;
     if (hi) *hi = last;
@@ -44,11 +40,11 @@ bool FacingEnds(const tem_Line* l1, const tem_Line* l2, bool alongX, tem_Point* 
     tem_Point lo1, hi1, lo2, hi2;
     if (!AxisEnds(l1, alongX, &lo1, &hi1) || !AxisEnds(l2, alongX, &lo2, &hi2)) return false;
     bool first;
-    if (Key(hi1, alongX) < Key(lo2, alongX)) {
+    if (AxisKey(hi1, alongX) < AxisKey(lo2, alongX)) {
         *from = hi1;
         *to = lo2;
         first = true;
-    } else if (Key(hi2, alongX) < Key(lo1, alongX)) {
+    } else if (AxisKey(hi2, alongX) < AxisKey(lo1, alongX)) {
         *from = hi2;
         *to = lo1;
         first = false;
@@ -104,8 +100,8 @@ void ExtremePointsAlongLine(const tem_Point* points, int32_t count, double a, te
     tem_Point lo{kExtremeSentinel, kExtremeSentinel};
     tem_Point hi{-kExtremeSentinel, -kExtremeSentinel};
     for (int32_t i = 0; points && i < count; ++i) {
-        if (Key(points[i], alongX) < Key(lo, alongX)) lo = points[i];
-        if (Key(points[i], alongX) > Key(hi, alongX)) hi = points[i];
+        if (AxisKey(points[i], alongX) < AxisKey(lo, alongX)) lo = points[i];
+        if (AxisKey(points[i], alongX) > AxisKey(hi, alongX)) hi = points[i];
     }
     if (first) *first = lo;
     if (last) *last = hi;
@@ -145,4 +141,12 @@ MergeGroups::MergeGroups(const temp_LineSet* set) {
 void MergeGroups::DeleteMerged(temp_LineSet* set) const {
     for (int32_t k = size() - 1; k >= 0; --k)
         if (labels[k] != k) DeleteLineFromSet(set, lines[k]);
+}
+
+bool RefitLineThroughPoints(tem_Line* line, const tem_Point* points, int32_t count) {
+    double k[3];
+    CalLineOnPointSet(points, count, k);
+    tem_Point first, last;
+    ExtremePointsAlongLine(points, count, k[0], &first, &last);
+    return SetLineWithEndPoints(line, k, first, last);
 }

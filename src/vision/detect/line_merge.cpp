@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <numeric>
 #include <vector>
 
 #include "vision/detect/detector_internal.h"
@@ -43,16 +42,6 @@ bool IsEdge(const cv::Mat& edges, double col, double row) {
     // Truncation toward zero as the walk computes it; anything off the map is a miss.
     if (!(col > -1.0 && row > -1.0 && col < edges.cols && row < edges.rows)) return false;
     return edges.ptr<uchar>(static_cast<int>(row))[static_cast<int>(col)] >= kEdgeHitLevel;
-}
-
-tem_Line LineThrough(tem_Point p, tem_Point q) {
-    tem_Line line{};
-    double k[3];
-    CalLine(p, q, k);
-    line.a = k[0];
-    line.b = k[1];
-    line.c = k[2];
-    return line;
 }
 
 bool InBox(tem_Point p, tem_Point u, tem_Point v, double margin) {
@@ -133,8 +122,8 @@ int IfTwoLineCombineTogether4(const cv::Mat& edges, const tem_Line* l1, const te
     const bool alongX = std::fabs(l1->a) <= 1.0;
     tem_Point lo1, hi1, lo2, hi2;
     if (!AxisEnds(l1, alongX, &lo1, &hi1) || !AxisEnds(l2, alongX, &lo2, &hi2)) return 0;
-    const int32_t a1 = alongX ? lo1.x : lo1.y, b1 = alongX ? hi1.x : hi1.y;
-    const int32_t a2 = alongX ? lo2.x : lo2.y, b2 = alongX ? hi2.x : hi2.y;
+    const int32_t a1 = AxisKey(lo1, alongX), b1 = AxisKey(hi1, alongX);
+    const int32_t a2 = AxisKey(lo2, alongX), b2 = AxisKey(hi2, alongX);
     if ((a2 <= a1 && b1 <= b2) || (a1 <= a2 && b2 <= b1)) {
         if (len1 > kContainedRatio * len2) return 3;
         if (len2 > kContainedRatio * len1) return 2;
@@ -155,12 +144,12 @@ int IfTwoLineCombineTogether4(const cv::Mat& edges, const tem_Line* l1, const te
     const tem_Line gap = LineThrough(from, to);
     const tem_Line* fromLine = fromFirst ? l1 : l2;
     const tem_Line* toLine = fromFirst ? l2 : l1;
-    const int32_t fromKey = alongX ? from.x : from.y, toKey = alongX ? to.x : to.y;
+    const int32_t fromKey = AxisKey(from, alongX), toKey = AxisKey(to, alongX);
     int32_t counted = 0;
     for (const tem_Line* o = otherSet->head; o; o = o->next) {
         tem_Point x;
         if (GetIntersectionPoint(o, &gap, &x)) {
-            const int32_t key = alongX ? x.x : x.y;
+            const int32_t key = AxisKey(x, alongX);
             if (key >= fromKey && key <= toKey) {
                 if (std::min(PointDistance(x, from), PointDistance(x, to)) > kCrossingNear)
                     return 0;
@@ -219,12 +208,8 @@ void CombineSimiliarLine4(const cv::Mat& edges, temp_LineSet* set, const temp_Li
             gathered.push_back(q);
         }
         if (gathered.size() <= 2) continue;
-        const int32_t count = static_cast<int32_t>(gathered.size());
-        double k[3];
-        CalLineOnPointSet(gathered.data(), count, k);
-        tem_Point first, last;
-        ExtremePointsAlongLine(gathered.data(), count, k[0], &first, &last);
-        if (!SetLineWithEndPoints(lines[head], k, first, last)) {
+        if (!RefitLineThroughPoints(lines[head], gathered.data(),
+                                    static_cast<int32_t>(gathered.size()))) {
             // Out of memory: keep the pieces apart rather than lose them.
             for (int32_t m = head + 1; m < n; ++m)
                 if (labels[m] == head) labels[m] = m;

@@ -24,7 +24,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <numeric>
 #include <vector>
 
 #include "vision/detect/detector_internal.h"
@@ -43,33 +42,25 @@ constexpr double kDirectGap = 50.0;
 constexpr double kSideShare = 0.25;  // of the height (flat gap) or width (steep gap)
 constexpr int32_t kCrossMargin = 25;
 
-int32_t Key(tem_Point p, bool alongX) {
-    return alongX ? p.x : p.y;
-}
-
 bool GapCrossed(tem_Point from, tem_Point to, bool alongX, const temp_LineSet* otherSet,
                 double minSide) {
     if (!otherSet) return false;
-    tem_Line gap{};
-    double k[3];
-    CalLine(from, to, k);
-    gap.a = k[0];
-    gap.b = k[1];
-    gap.c = k[2];
-    const int32_t lo = Key(from, alongX) - kCrossMargin;
-    const int32_t hi = Key(to, alongX) + kCrossMargin;
+    const tem_Line gap = LineThrough(from, to);
+    const int32_t lo = AxisKey(from, alongX) - kCrossMargin;
+    const int32_t hi = AxisKey(to, alongX) + kCrossMargin;
     for (const tem_Line* o = otherSet->head; o; o = o->next) {
         tem_Point s, e;
         GetLineEndPoint(o, &s, &e);
         if (PointDistance(s, e) < minSide) continue;
         tem_Point x;
         if (!GetIntersectionPoint(o, &gap, &x)) continue;
-        if (Key(x, alongX) < lo || Key(x, alongX) > hi) continue;
+        if (AxisKey(x, alongX) < lo || AxisKey(x, alongX) > hi) continue;
         const bool oAlongX = std::fabs(o->a) <= 1.0;
         tem_Point oLo, oHi;
         if (!AxisEnds(o, oAlongX, &oLo, &oHi)) continue;
-        const int32_t key = Key(x, oAlongX);
-        if (key >= Key(oLo, oAlongX) - kCrossMargin && key <= Key(oHi, oAlongX) + kCrossMargin)
+        const int32_t key = AxisKey(x, oAlongX);
+        if (key >= AxisKey(oLo, oAlongX) - kCrossMargin &&
+            key <= AxisKey(oHi, oAlongX) + kCrossMargin)
             return true;
     }
     return false;
@@ -102,11 +93,7 @@ bool Combine2Nearest2Line(tem_Line* into, const tem_Line* other) {
     tem_Point pts[4];
     GetLineEndPoint(into, &pts[0], &pts[1]);
     GetLineEndPoint(other, &pts[2], &pts[3]);
-    double k[3];
-    CalLineOnPointSet(pts, 4, k);
-    tem_Point first, last;
-    ExtremePointsAlongLine(pts, 4, k[0], &first, &last);
-    return SetLineWithEndPoints(into, k, first, last);
+    return RefitLineThroughPoints(into, pts, 4);
 }
 
 void CombineSimiliarLine5(const cv::Mat& edges, temp_LineSet* set, const temp_LineSet* otherSet,

@@ -12,6 +12,23 @@
 // Edge map pixels at or above this value count as edge (the map is 0/255).
 constexpr int kEdgeHitLevel = 50;
 
+// A point's coordinate along one axis (x when alongX, else y).
+inline int32_t AxisKey(tem_Point p, bool alongX) {
+    return alongX ? p.x : p.y;
+}
+
+// The unbounded line through two points, as a value (CalLine coefficients,
+// no point set): for crossing tests against gaps.
+inline tem_Line LineThrough(tem_Point p, tem_Point q) {
+    tem_Line line{};
+    double k[3];
+    CalLine(p, q, k);
+    line.a = k[0];
+    line.b = k[1];
+    line.c = k[2];
+    return line;
+}
+
 // The points of smallest and largest key along one axis (x when alongX, else
 // y) among a line's points; the first of equal keys wins. False when the line
 // has no points.
@@ -40,6 +57,11 @@ void ExtremePointsAlongLine(const tem_Point* points, int32_t count, double a, te
 // False (line unchanged) when memory is short.
 bool SetLineWithEndPoints(tem_Line* line, const double coefficients[3], tem_Point first,
                           tem_Point last);
+
+// Replaces a line by the least-squares line through the points, ending at
+// their extreme points along its main axis: how merged pieces become one
+// line. False (line unchanged) when memory is short.
+bool RefitLineThroughPoints(tem_Line* line, const tem_Point* points, int32_t count);
 
 // The lines of a set in order and a group label per line (its own index at
 // first): the working state of the merging passes.

@@ -138,14 +138,6 @@ class FallbackSearch {
     bool has_best_ = false;
 };
 
-bool VerticalPairUsable(const tem_Line* vi, const tem_Line* vj, int32_t w, int32_t h) {
-    tem_Point cross;
-    if (GetIntersectionPoint(vi, vj, &cross) && cross.x >= 0 && cross.x < w && cross.y > 0 &&
-        cross.y < h)
-        return false;
-    return Line2LineDistanceX2(vi, vj) >= 0.2 * w;
-}
-
 bool HorizontalPairUsable(const tem_Line* hi, const tem_Line* hj, int32_t w, int32_t h) {
     tem_Point cross;
     if (GetIntersectionPoint(hi, hj, &cross) && cross.x > 0 && cross.x < w && cross.y >= 0 &&
@@ -176,22 +168,8 @@ tem_Line* GetImageBorderLine(int32_t width, int32_t height, ImageBorder which) {
             q = {r, b};
             break;
     }
-    tem_Line* line = CreateLine();
-    if (!line) return nullptr;
-    double coefficients[3];
-    CalLine(p, q, coefficients);
-    line->a = coefficients[0];
-    line->b = coefficients[1];
-    line->c = coefficients[2];
-    line->orientation = which == kBorderLeft || which == kBorderRight ? 1 : 0;
-    line->angle = line->orientation ? 90 : 0;
-    line->length = static_cast<int32_t>(PointDistance(p, q));
-    line->points = CreatPointSet();
-    const tem_Point pts[2] = {p, q};
-    if (!line->points || !SetPointSetPoints(line->points, pts, 2)) {
-        DeleteLine(line);
-        return nullptr;
-    }
+    tem_Line* line = MakeLineFromEndPoints(p, q);
+    if (line) line->orientation = which == kBorderLeft || which == kBorderRight ? 1 : 0;
     return line;
 }
 

@@ -133,6 +133,14 @@ int QvVP_GetThresholdOfDiff(const tem_Line* l1, const tem_Line* l2) {
     return std::min(d / 2, 7);
 }
 
+bool VerticalPairUsable(const tem_Line* vi, const tem_Line* vj, int32_t width, int32_t height) {
+    tem_Point cross;
+    if (GetIntersectionPoint(vi, vj, &cross) && cross.x >= 0 && cross.x < width && cross.y > 0 &&
+        cross.y < height)
+        return false;
+    return Line2LineDistanceX2(vi, vj) >= 0.2 * width;
+}
+
 double Line2LineDistanceX2(const tem_Line* l1, const tem_Line* l2) {
     if (!l1 || !l2) return 0.0;
     tem_Point a1, a2, b1, b2;

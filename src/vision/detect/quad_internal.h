@@ -49,6 +49,9 @@ double QvVP_GetEdgeFillEnergy2(tagQuadrangle* quad, VpSize size);
 // Search helpers (quad_helpers.cpp).
 // ---------------------------------------------------------------------------
 
+// Whether two vertical lines may be a page's left and right sides: they do
+// not cross inside the image and lie at least 0.2 W apart.
+bool VerticalPairUsable(const tem_Line* vi, const tem_Line* vj, int32_t width, int32_t height);
 // Mean distance of the end points of each line to the other line.
 double Line2LineDistanceX2(const tem_Line* l1, const tem_Line* l2);
 // Overlap of the two segments along l1's main axis, measured along l1.

@@ -91,6 +91,32 @@ void InnerOuter(const tagQuadrangle* quad, const tem_SideStats* inner[4],
     }
 }
 
+// Per-channel integer mean over the valid groups; returns their number.
+int32_t ValidMean(const tem_SideStats* const groups[4], int64_t mean[3]) {
+    int32_t n = 0;
+    int64_t sum[3] = {0, 0, 0};
+    for (int k = 0; k < 4; ++k) {
+        if (!groups[k] || !groups[k]->valid) continue;
+        ++n;
+        for (int c = 0; c < 3; ++c) sum[c] += groups[k]->value[c];
+    }
+    for (int c = 0; c < 3; ++c) mean[c] = n > 0 ? sum[c] / n : 0;
+    return n;
+}
+
+// Mean L1 distance of the valid groups from `mean` (integer division), or
+// -1 when no group is valid.
+int32_t SpreadAbout(const tem_SideStats* const groups[4], const int64_t mean[3]) {
+    int32_t n = 0;
+    int64_t energy = 0;
+    for (int k = 0; k < 4; ++k) {
+        if (!groups[k] || !groups[k]->valid) continue;
+        ++n;
+        for (int c = 0; c < 3; ++c) energy += std::llabs(groups[k]->value[c] - mean[c]);
+    }
+    return n > 0 ? static_cast<int32_t>(energy / n) : -1;
+}
+
 int32_t DiffSum(const tem_SideStats& d) {
     return std::abs(d.value[0]) + std::abs(d.value[1]) + std::abs(d.value[2]);
 }
@@ -159,47 +185,21 @@ void QvVP_DeleteFullQaudLine(tagQuadrangle* quad) {
 int32_t QvVP_GetInnerEnergy(tagQuadrangle* quad) {
     const tem_SideStats *inner[4], *outer[4];
     InnerOuter(quad, inner, outer);
-    int32_t n = 0;
-    int64_t sum[3] = {0, 0, 0};
-    for (const tem_SideStats* g : inner) {
-        if (!g || !g->valid) continue;
-        ++n;
-        for (int c = 0; c < 3; ++c) sum[c] += g->value[c];
-    }
-    if (n == 0) return quad->innerEnergy = kNoEnergy;
-    int64_t mean[3], energy = 0;
-    for (int c = 0; c < 3; ++c) mean[c] = sum[c] / n;
-    for (const tem_SideStats* g : inner) {
-        if (!g || !g->valid) continue;
-        for (int c = 0; c < 3; ++c) energy += std::llabs(g->value[c] - mean[c]);
-    }
-    return quad->innerEnergy = static_cast<int32_t>(energy / n);
+    int64_t mean[3];
+    if (ValidMean(inner, mean) == 0) return quad->innerEnergy = kNoEnergy;
+    return quad->innerEnergy = SpreadAbout(inner, mean);
 }
 
 int32_t QvVP_GetOuterEnergy(tagQuadrangle* quad) {
     const tem_SideStats *inner[4], *outer[4];
     InnerOuter(quad, inner, outer);
-    int32_t n = 0;
-    int64_t sum[3] = {0, 0, 0};
-    for (const tem_SideStats* g : outer) {
-        if (!g || !g->valid) continue;
-        ++n;
-        for (int c = 0; c < 3; ++c) sum[c] += g->value[c];
-    }
-    if (n == 0) {
+    int64_t mean[3];
+    if (ValidMean(outer, mean) == 0) {
         quad->outerEnergy = kNoEnergy;
         return 1;
     }
-    int64_t mean[3], energy = 0;
-    for (int c = 0; c < 3; ++c) mean[c] = sum[c] / n;
-    int32_t m = 0;
-    for (const tem_SideStats* g : inner) {
-        if (!g || !g->valid) continue;
-        ++m;
-        for (int c = 0; c < 3; ++c) energy += std::llabs(g->value[c] - mean[c]);
-    }
-    if (m == 0) return quad->outerEnergy = kNoEnergy;
-    return quad->outerEnergy = static_cast<int32_t>(energy / m);
+    const int32_t energy = SpreadAbout(inner, mean);
+    return quad->outerEnergy = energy < 0 ? kNoEnergy : energy;
 }
 
 int32_t QvVP_GetColorChangeEnergy(tagQuadrangle* quad) {

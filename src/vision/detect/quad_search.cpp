@@ -52,11 +52,7 @@ int FindSquareAreaCommon(tagNoteDetector* detector, const cv::Mat& workImage,
     // 1. Candidates.
     for (tem_Line* vi = vertical->head; vi; vi = vi->next) {
         for (tem_Line* vj = vi->next; vj; vj = vj->next) {
-            tem_Point cross;
-            if (GetIntersectionPoint(vi, vj, &cross) && cross.x >= 0 && cross.x < W &&
-                cross.y > 0 && cross.y < H)
-                continue;
-            if (Line2LineDistanceX2(vi, vj) < 0.2 * W) continue;
+            if (!VerticalPairUsable(vi, vj, W, H)) continue;
             double angle = AngleLine2Line(vi, vj);
             if (angle <= 90.0) angle = 180.0 - angle;
             if (limitVerticalCount && vertical->count > 60 && angle > 45.0) continue;
