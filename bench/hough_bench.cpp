@@ -1,9 +1,9 @@
 // Segment extraction against OpenCV's HoughLinesP.
 //
-// The map is what the detector feeds the transform: a 680 x 510 reduced
-// photograph of a page in perspective on a textured table, with text
-// strokes, a mug ring and a pen as clutter, through Canny and a 3 x 3
-// dilation (thick edges, about a tenth of the pixels set). Both run with the
+// The map is what the detector feeds the transform (page_edge_map.h: a
+// 680 x 510 reduced photograph of a tilted page on a noisy table with text
+// strokes and a ring, through Canny and a 3 x 3 dilation, about a tenth of
+// the pixels set). Both run with the
 // detector's parameters (1 px, 2 degrees, 60 votes, 10 px, gap 2) on one
 // thread, alternately inside one benchmark so that load from elsewhere on
 // the machine affects both; the counters give their mean times in
@@ -16,37 +16,18 @@
 #include <opencv2/imgproc.hpp>
 
 #include "vision/detect/detector_internal.h"
+#include "vision/detect/page_edge_map.h"
 
 namespace {
 
 constexpr double kTwoDegrees = 0.034906585;
-
-cv::Mat MakeEdgeMap() {
-    cv::Mat photo(510, 680, CV_8UC1);
-    cv::RNG noise(11);
-    noise.fill(photo, cv::RNG::NORMAL, 95, 20);
-    const std::vector<cv::Point> page = {{140, 55}, {70, 470}, {610, 490}, {555, 35}};
-    cv::fillConvexPoly(photo, page, cv::Scalar(220));
-    for (int r = 0; r < 16; ++r) {  // text lines, slanted with the page
-        const int y = 100 + r * 22;
-        for (int x = 150 + r * -3; x < 520; x += 31 + (r * 7 + x) % 13)
-            cv::rectangle(photo, {x, y + (x - 150) / 40, 22, 7}, cv::Scalar(55), -1);
-    }
-    cv::circle(photo, {640, 120}, 30, cv::Scalar(40), 5);
-    cv::line(photo, {20, 500}, {200, 420}, cv::Scalar(25), 6);
-    cv::GaussianBlur(photo, photo, {5, 5}, 1.2);
-    cv::Mat edges;
-    cv::Canny(photo, edges, 40, 100);
-    cv::dilate(edges, edges, cv::Mat::ones(3, 3, CV_8U));
-    return edges;
-}
 
 double Milliseconds(std::chrono::steady_clock::duration d) {
     return std::chrono::duration<double, std::milli>(d).count();
 }
 
 void BM_HoughAgainstOpenCV(benchmark::State& state) {
-    static const cv::Mat edges = MakeEdgeMap();
+    static const cv::Mat edges = detect_test::PageEdgeMap();
     cv::setNumThreads(1);
     double oursMs = 0.0;
     double theirsMs = 0.0;

@@ -7,6 +7,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "page_edge_map.h"
 #include "vision/detect/detector_internal.h"
 
 namespace {
@@ -34,24 +35,6 @@ double Coverage(const std::vector<HoughSegment>& segs, cv::Point2d p, cv::Point2
             covered[t] = 1;
     }
     return std::count(covered.begin(), covered.end(), 1) / static_cast<double>(covered.size());
-}
-
-// A photographed page after edge extraction: a tilted bright page with text
-// strokes on a textured table, Canny, then the 3x3 dilation the detector uses.
-cv::Mat PageEdges() {
-    cv::Mat photo(510, 680, CV_8UC1);
-    cv::RNG noise(7);
-    noise.fill(photo, cv::RNG::NORMAL, 90, 18);
-    const std::vector<cv::Point> page = {{120, 60}, {90, 450}, {590, 470}, {560, 40}};
-    cv::fillConvexPoly(photo, page, cv::Scalar(215));
-    for (int y = 110; y < 410; y += 22)
-        for (int x = 160; x < 500; x += 37) cv::rectangle(photo, {x, y, 26, 7}, cv::Scalar(60), -1);
-    cv::circle(photo, {630, 300}, 35, cv::Scalar(30), 4);
-    cv::GaussianBlur(photo, photo, {5, 5}, 1.2);
-    cv::Mat edges;
-    cv::Canny(photo, edges, 40, 100);
-    cv::dilate(edges, edges, cv::Mat::ones(3, 3, CV_8U));
-    return edges;
 }
 
 // Pixels touched by the segments drawn one pixel wide.
@@ -126,7 +109,7 @@ TEST(HoughLines, LengthAndGapLimits) {
 // the same segments: on a second run, through a strided view, and on a map so
 // large that the accumulator switches to 32-bit counts.
 TEST(HoughLines, SameSegmentsWhateverTheLayout) {
-    const cv::Mat edges = PageEdges();
+    const cv::Mat edges = detect_test::PageEdgeMap();
     const std::vector<cv::Vec4i> first = AsVec(Detect(edges));
     ASSERT_FALSE(first.empty());
     EXPECT_EQ(first, AsVec(Detect(edges)));
@@ -140,7 +123,7 @@ TEST(HoughLines, SameSegmentsWhateverTheLayout) {
 }
 
 TEST(HoughLines, RejectsBadInput) {
-    const cv::Mat edges = PageEdges();
+    const cv::Mat edges = detect_test::PageEdgeMap();
     EXPECT_TRUE(Detect(cv::Mat()).empty());
     EXPECT_TRUE(Detect(cv::Mat::zeros(50, 50, CV_8UC1)).empty());
     EXPECT_TRUE(Detect(cv::Mat(50, 50, CV_8UC3, cv::Scalar::all(255))).empty());
@@ -154,7 +137,7 @@ TEST(HoughLines, RejectsBadInput) {
 }
 
 TEST(HoughLines, AgreesWithOpenCvOnAPageEdgeMap) {
-    const cv::Mat edges = PageEdges();
+    const cv::Mat edges = detect_test::PageEdgeMap();
     std::vector<cv::Vec4i> reference;
     cv::HoughLinesP(edges, reference, 1.0, kTwoDegrees, 60, 10, 2);
     const std::vector<HoughSegment> ours = Detect(edges);
