@@ -40,21 +40,17 @@ TEST(QuadSearchFourLines, FindsATiltedPageAndKeepsTheVerticalCountQuirk) {
     s.Add(true, {200, 300}, {600, 305});  // a printed rule inside the page
     s.Add(true, {0, 560}, {799, 560});    // a long line on the table
     tem_Point c[4];
-    ASSERT_EQ(
-        FindSquareArea7(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr), 1);
+    ASSERT_EQ(s.Search7(c), 1);
     EXPECT_TRUE(Near(c, {{160, 110}, {140, 500}, {660, 520}, {640, 90}}, 2));
-    ASSERT_EQ(
-        FindSquareArea6(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr), 1);
+    ASSERT_EQ(s.Search6(c), 1);
     EXPECT_TRUE(Near(c, {{160, 110}, {140, 500}, {660, 520}, {640, 90}}, 2));
 
     // 59 more short verticals on the table: 61 in all. Pass 0 finds nothing.
     for (int k = 0; k < 59; ++k) s.Add(false, {10 + k, 20}, {10 + k, 120});
     ASSERT_EQ(s.vertical->count, 61);
-    EXPECT_EQ(
-        FindSquareArea6(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr), 0);
+    EXPECT_EQ(s.Search6(c), 0);
     EXPECT_TRUE(Near(c, {{0, 0}, {0, 0}, {0, 0}, {0, 0}}, 0));
-    ASSERT_EQ(
-        FindSquareArea7(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr), 1);
+    ASSERT_EQ(s.Search7(c), 1);
     EXPECT_TRUE(Near(c, {{160, 110}, {140, 500}, {660, 520}, {640, 90}}, 2));
 }
 
@@ -63,9 +59,7 @@ TEST(QuadSearchFourLines, PairDistanceAndFillThresholdRejectCandidates) {
     Scene narrow(800, 600, {{300, 100}, {300, 500}, {440, 500}, {440, 100}});
     AddPage(narrow, {300, 100}, {300, 500}, {440, 500}, {440, 100});
     tem_Point c[4] = {{1, 1}, {1, 1}, {1, 1}, {1, 1}};
-    EXPECT_EQ(FindSquareArea7(&narrow.detector, narrow.image, narrow.horizontal.get(),
-                              narrow.vertical.get(), c, nullptr),
-              0);
+    EXPECT_EQ(narrow.Search7(c), 0);
     EXPECT_TRUE(Near(c, {{0, 0}, {0, 0}, {0, 0}, {0, 0}}, 0));
 
     // One candidate alone is held to a fill of 0.63: 65 % of each side found
@@ -74,8 +68,7 @@ TEST(QuadSearchFourLines, PairDistanceAndFillThresholdRejectCandidates) {
         Scene s(800, 600, {{150, 100}, {150, 500}, {650, 500}, {650, 100}});
         const double f0 = (1.0 - share) / 2.0;
         AddPage(s, {150, 100}, {150, 500}, {650, 500}, {650, 100}, f0, 1.0 - f0);
-        const int found =
-            FindSquareArea7(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr);
+        const int found = s.Search7(c);
         EXPECT_EQ(found, share > 0.63 ? 1 : 0) << share;
         if (found) {
             EXPECT_TRUE(Near(c, {{150, 100}, {150, 500}, {650, 500}, {650, 100}}, 1));
@@ -85,9 +78,7 @@ TEST(QuadSearchFourLines, PairDistanceAndFillThresholdRejectCandidates) {
     // Empty sets find nothing in any search.
     Scene empty(800, 600, {{0, 0}});
     tem_Point* out = c;
-    EXPECT_EQ(FindSquareArea6(&empty.detector, empty.image, empty.horizontal.get(),
-                              empty.vertical.get(), out, nullptr),
-              0);
+    EXPECT_EQ(empty.Search6(out), 0);
     EXPECT_EQ(FindSquareAreaWith3Edge(&empty.detector, empty.image, empty.horizontal.get(),
                                       empty.vertical.get(), out, nullptr),
               0);
@@ -103,8 +94,7 @@ TEST(QuadSearchFallback, PagesCrossingTheBorderAreClosedByTheFrame) {
     s.Add(false, {200, 120}, {190, 640}, 0.0, 0.92);
     s.Add(false, {600, 110}, {610, 650}, 0.0, 0.9);
     tem_Point c[4];
-    EXPECT_EQ(
-        FindSquareArea7(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr), 0);
+    EXPECT_EQ(s.Search7(c), 0);
     ASSERT_EQ(FindSquareAreaWith3Edge(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c,
                                       nullptr),
               1);
@@ -156,8 +146,7 @@ TEST(QuadSearchFourLines, ASheetUnderThePageDoesNotWidenIt) {
     s.Add(true, pt(1), pt(2));   // sheet bottom
     s.Add(false, pt(3), pt(2));  // sheet right
     tem_Point c[4];
-    ASSERT_EQ(
-        FindSquareArea7(&s.detector, s.image, s.horizontal.get(), s.vertical.get(), c, nullptr), 1);
+    ASSERT_EQ(s.Search7(c), 1);
     EXPECT_TRUE(Near(c, {{200, 150}, {200, 400}, {500, 400}, {500, 150}}, 1));
 }
 
@@ -171,9 +160,7 @@ TEST(QuadSearchFourLines, LinesAlongTheFrameAndBeyondANarrowPageBoundNothing) {
     framed.Add(false, {1, 0}, {1, 599});
     framed.Add(false, {798, 0}, {798, 599});
     tem_Point c[4];
-    ASSERT_EQ(FindSquareArea7(&framed.detector, framed.image, framed.horizontal.get(),
-                              framed.vertical.get(), c, nullptr),
-              1);
+    ASSERT_EQ(framed.Search7(c), 1);
     EXPECT_TRUE(Near(c, {{200, 150}, {200, 450}, {600, 450}, {600, 150}}, 1));
 
     // The frame rule itself: one side along the frame is enough.
@@ -193,8 +180,6 @@ TEST(QuadSearchFourLines, LinesAlongTheFrameAndBeyondANarrowPageBoundNothing) {
     cv::resize(receipt.image, receipt.detector.half, receipt.detector.half.size());
     AddPage(receipt, {450, 40}, {430, 560}, {700, 570}, {720, 50});
     receipt.Add(false, {120, 0}, {100, 599});
-    ASSERT_EQ(FindSquareArea7(&receipt.detector, receipt.image, receipt.horizontal.get(),
-                              receipt.vertical.get(), c, nullptr),
-              1);
+    ASSERT_EQ(receipt.Search7(c), 1);
     EXPECT_TRUE(Near(c, {{450, 40}, {430, 560}, {700, 570}, {720, 50}}, 2));
 }

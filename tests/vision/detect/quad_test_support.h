@@ -48,6 +48,13 @@ struct Scene {
         detector.halfHeight = detector.half.rows;
         detector.halfScale = 16.0f;
     }
+    // The four-line searches of pass 0 (Search6) and pass 1 (Search7).
+    int Search6(tem_Point c[4]) {
+        return FindSquareArea6(&detector, image, horizontal.get(), vertical.get(), c, nullptr);
+    }
+    int Search7(tem_Point c[4]) {
+        return FindSquareArea7(&detector, image, horizontal.get(), vertical.get(), c, nullptr);
+    }
     // Adds the part [f0, f1] of the segment p -> q, with its side statistics.
     tem_Line* Add(bool flat, tem_Point p, tem_Point q, double f0 = 0.0, double f1 = 1.0) {
         tem_Line* line = MakeLine(Lerp(p, q, f0), Lerp(p, q, f1));
