@@ -34,6 +34,7 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "engine/client.h"
@@ -78,70 +79,6 @@ struct Result {
     double detectMs = 0.0;
     std::string note;
 };
-
-void PrintUsage(std::FILE* to) {
-    std::fprintf(to,
-                 "usage: scrivo_eval_detect DIR [--json OUT] [--limit N] [--worst K] [--tag T]\n"
-                 "  DIR          folder with truth.json and the photographs it names\n"
-                 "  --json OUT   write every photograph's result to OUT\n"
-                 "  --limit N    only the first N photographs (after --tag)\n"
-                 "  --worst K    list the K lowest scores (default 5)\n"
-                 "  --tag T      only the photographs tagged T (e.g. hard, bg:light)\n");
-}
-
-bool ParseCount(const std::string& text, size_t* out) {
-    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return false;
-    if (text.size() > 9) return false;
-    *out = static_cast<size_t>(std::stoul(text));
-    return true;
-}
-
-// False (with a message printed) on a usage error.
-bool ParseArguments(int argc, char** argv, Options* opt, bool* help) {
-    std::vector<std::string> args(argv + 1, argv + argc);
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a == "-h" || a == "--help") {
-            *help = true;
-            return true;
-        }
-        const bool takesValue = a == "--json" || a == "--limit" || a == "--worst" || a == "--tag";
-        if (takesValue) {
-            if (i + 1 >= args.size()) {
-                std::fprintf(stderr, "scrivo_eval_detect: %s needs a value\n", a.c_str());
-                return false;
-            }
-            const std::string& v = args[++i];
-            size_t n = 0;
-            if (a == "--json") {
-                opt->jsonOut = v;
-            } else if (a == "--tag") {
-                opt->tag = v;
-            } else if (!ParseCount(v, &n)) {
-                std::fprintf(stderr, "scrivo_eval_detect: %s wants a count, not '%s'\n", a.c_str(),
-                             v.c_str());
-                return false;
-            } else if (a == "--limit") {
-                opt->limit = n;
-            } else {
-                opt->worst = n;
-            }
-        } else if (!a.empty() && a[0] == '-') {
-            std::fprintf(stderr, "scrivo_eval_detect: unknown option %s\n", a.c_str());
-            return false;
-        } else if (opt->dir.empty()) {
-            opt->dir = a;
-        } else {
-            std::fprintf(stderr, "scrivo_eval_detect: one folder only (also got %s)\n", a.c_str());
-            return false;
-        }
-    }
-    if (opt->dir.empty()) {
-        std::fprintf(stderr, "scrivo_eval_detect: no folder given\n");
-        return false;
-    }
-    return true;
-}
 
 Quad ReadCorners(const json& j) {
     if (!j.is_array() || j.size() != 4) throw std::runtime_error("corners: want 4 points");
@@ -431,14 +368,18 @@ bool WriteJson(const std::string& path, const fs::path& dir, const std::vector<R
 
 int main(int argc, char** argv) {
     Options opt;
-    bool help = false;
-    if (!ParseArguments(argc, argv, &opt, &help)) {
-        PrintUsage(stderr);
-        return kUsageError;
-    }
-    if (help) {
-        PrintUsage(stdout);
-        return 0;
+    CLI::App app{"Page detection accuracy over a folder of photographs with truth.json",
+                 "scrivo_eval_detect"};
+    app.add_option("DIR", opt.dir, "folder with truth.json and the photographs it names")
+        ->required();
+    app.add_option("--json", opt.jsonOut, "write every photograph's result to this file");
+    app.add_option("--limit", opt.limit, "only the first N photographs (after --tag)");
+    app.add_option("--worst", opt.worst, "list the K lowest scores")->capture_default_str();
+    app.add_option("--tag", opt.tag, "only the photographs with this tag (e.g. hard, bg:light)");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : kUsageError;
     }
 
     std::vector<Record> records;
