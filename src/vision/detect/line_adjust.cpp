@@ -19,7 +19,7 @@ void CombineAllPoints(tem_Line* line, bool alongX) {
     if (!line || !line->points || !line->points->points || line->points->count < 2) return;
     const tem_Point* pts = line->points->points;
     const int32_t count = line->points->count;
-    auto key = [alongX](tem_Point p) { return alongX ? p.x : p.y; };
+    auto key = [alongX](tem_Point p) { return AxisKey(p, alongX); };
     auto offLine = [line, alongX](tem_Point p) {
         if (alongX) return std::fabs(p.y - (line->a * p.x + line->c));
         return line->a != 0.0 ? std::fabs(p.x - (p.y - line->c) / line->a) : 0.0;

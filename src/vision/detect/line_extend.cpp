@@ -84,12 +84,12 @@ void ExtendLineOnEdge(const cv::Mat& edges, tem_Line* line) {
     const int32_t count = line->points->count;
     int32_t lo = 0, hi = 0;
     for (int32_t i = 1; i < count; ++i) {
-        const int32_t key = alongX ? pts[i].x : pts[i].y;
-        if (key < (alongX ? pts[lo].x : pts[lo].y)) lo = i;
-        if (key > (alongX ? pts[hi].x : pts[hi].y)) hi = i;
+        const int32_t key = AxisKey(pts[i], alongX);
+        if (key < AxisKey(pts[lo], alongX)) lo = i;
+        if (key > AxisKey(pts[hi], alongX)) hi = i;
     }
-    const int32_t loKey = alongX ? pts[lo].x : pts[lo].y;
-    const int32_t hiKey = alongX ? pts[hi].x : pts[hi].y;
+    const int32_t loKey = AxisKey(pts[lo], alongX);
+    const int32_t hiKey = AxisKey(pts[hi], alongX);
     if (loKey == hiKey) return;
 
     const Walker walker{edges,
