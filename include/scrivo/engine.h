@@ -55,10 +55,13 @@ typedef struct {
 typedef int32_t tagVPEnhanceMethod;
 enum {
     VP_ENHANCE_NONE = 1,     /* a copy of the page */
-    VP_ENHANCE_COLOR = 2,    /* colour, hues kept */
-    VP_ENHANCE_DOCUMENT = 3, /* full document clean-up, flattened lighting */
+    VP_ENHANCE_LOW = 2,      /* colour, hues kept: global luma and chroma tables */
+    VP_ENHANCE_HIGH = 3,     /* full document clean-up, flattened lighting */
     VP_ENHANCE_GREY = 4,     /* grey by a global contrast stretch */
-    VP_ENHANCE_ECONOMIC = 5  /* ink-saving: dark content on white */
+    VP_ENHANCE_ECONOMIC = 5, /* ink-saving: dark content on white */
+    /* Descriptive aliases of methods 2 and 3. */
+    VP_ENHANCE_COLOR = VP_ENHANCE_LOW,
+    VP_ENHANCE_DOCUMENT = VP_ENHANCE_HIGH
 };
 
 typedef int32_t tagVPRotateDegree;

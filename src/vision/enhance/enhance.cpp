@@ -1,19 +1,59 @@
 // Enhancement dispatch and the in-place table step.
 //
-// EnhanceImage is TEMPORARY until the enhancement methods land: method 1
-// (no enhancement) returns a copy of the page, every other method returns an
-// empty image (no rendering), which the engine passes on as "no image".
+// Images under 64 px on a side take a short route: the grey methods (4, 5)
+// give a plain grey copy, every other method an unchanged copy. Method 1
+// copies. The others split the page into Y, Cr, Cb planes, work on the
+// planes in place and join them again (methods 2 and 3), or render from Y
+// alone (4: the stretched luma as grey; 5: the ink-saving rendering, after
+// judging whether the page is a dark board, whose Y is then inverted).
+//
+// Method 3 judges the page by its edges first and gives pages that are not
+// light documents the method-2 tables. Its later steps (layout analysis,
+// background estimation, illumination removal and per-pixel colour
+// enhancement) are not built yet: until they are, every page that passes
+// the judgement also takes the method-2 tables, the same fall-back those
+// steps use when they fail.
 //
 // EnhanceImageWithTable walks each row as width x channels bytes, so
 // regions of interest and padded rows are handled; the loop is unrolled by
 // four so the table lookups of neighbouring bytes overlap.
 #include "vision/enhance/enhance.h"
 
-cv::Mat EnhanceImage(const cv::Mat& src, tagVPEnhanceMethod method, char* text) {
-    (void)text;
-    if (method == VP_ENHANCE_NONE) return src.clone();
-    return cv::Mat();
+#include <vector>
+
+#include <opencv2/imgproc.hpp>
+
+#include "engine/image.h"
+#include "vision/enhance/binarize.h"
+#include "vision/enhance/color_tables.h"
+#include "vision/enhance/page_type.h"
+
+namespace {
+
+constexpr int kSmallSide = 64;
+// Above this many pixels, method 3 works on blocks of 64 instead of 16.
+constexpr int64_t kLargePagePixels = 7000000;
+
+cv::Mat GreyCopy(const cv::Mat& src) {
+    cv::Mat grey, out;
+    cv::cvtColor(src, grey, cv::COLOR_BGR2GRAY);
+    cv::cvtColor(grey, out, cv::COLOR_GRAY2BGR);
+    return out;
 }
+
+cv::Mat GreyRendering(const cv::Mat& Y) {
+    cv::Mat out;
+    cv::cvtColor(Y, out, cv::COLOR_GRAY2BGR);
+    return out;
+}
+
+cv::Mat JoinPlanes(const cv::Mat& Y, const cv::Mat& Cr, const cv::Mat& Cb) {
+    cv::Mat out;
+    if (YCbCrToRGB24(out, Y, Cr, Cb) == 0) return cv::Mat();
+    return out;
+}
+
+}  // namespace
 
 void EnhanceImageWithTable(cv::Mat& image, const unsigned char table[256]) {
     if (image.empty() || table == nullptr || image.depth() != CV_8U) return;
@@ -30,5 +70,97 @@ void EnhanceImageWithTable(cv::Mat& image, const unsigned char table[256]) {
             p[x + 3] = d;
         }
         for (; x < n; ++x) p[x] = table[p[x]];
+    }
+}
+
+void EnhanceLow2(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb) {
+    unsigned char luma[256], chroma[256];
+    float mid = 0.0f;
+    CalcColorTableGCELow4(Y, luma, &mid);
+    GetCrTableLow(Cr, chroma, mid);
+    EnhanceImageWithTable(Y, luma);
+    EnhanceImageWithTable(Cr, chroma);
+    EnhanceImageWithTable(Cb, chroma);
+}
+
+void EnhancePerserveHue2(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, int method, char* text) {
+    (void)text;
+    if (method == VP_ENHANCE_LOW) EnhanceLow2(Y, Cr, Cb);
+}
+
+void EnhancePerserveHue3(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, int method, char* text) {
+    (void)text;
+    if (method == VP_ENHANCE_LOW) {
+        EnhanceLow2(Y, Cr, Cb);
+        return;
+    }
+    if (method != VP_ENHANCE_HIGH) return;
+
+    const int64_t pixels = static_cast<int64_t>(Y.cols) * Y.rows;
+    const int block = pixels <= kLargePagePixels ? 16 : 64;
+    const size_t blocks = static_cast<size_t>(Y.cols / block) * static_cast<size_t>(Y.rows / block);
+    // The block statistics the layout analysis will fill.
+    std::vector<int32_t> marks(blocks), levels(blocks), spare1(blocks), spare2(blocks);
+    (void)marks;
+    (void)levels;
+    (void)spare1;
+    (void)spare2;
+
+    float background = 0.0f, edge = 0.0f, unused1 = 0.0f, unused2 = 0.0f;
+    const int type = JudgeImageTypeByEdge(Y, &background, &edge, &unused1, &unused2);
+    const float d = edge - background;
+    // A bright page that is not a light document (or has no measurable
+    // text contrast) only gets the global tables.
+    if (type != kPageLight && background > 224.0f) {
+        EnhanceLow2(Y, Cr, Cb);
+        return;
+    }
+    if (type == kPageOther && d > -0.5f && d < 3.5f && d != 0.0f) {
+        EnhanceLow2(Y, Cr, Cb);
+        return;
+    }
+    // The layout analysis and the flattening steps come here; until they
+    // are built every page takes the method-2 tables, as when they fail.
+    EnhanceLow2(Y, Cr, Cb);
+}
+
+cv::Mat EnhanceEconomic(cv::Mat& Y, int type) {
+    if (Y.empty() || Y.type() != CV_8UC1) return cv::Mat();
+    if (type == kPageDark) cv::bitwise_not(Y, Y);
+    cv::Mat binary(Y.size(), CV_8UC1, cv::Scalar(0));
+    BinaryBlock(Y, binary, tem_SauvolaPara{5, 0.1f});
+    return GreyRendering(binary);
+}
+
+cv::Mat EnhanceImage(const cv::Mat& src, tagVPEnhanceMethod method, char* text) {
+    if (src.empty()) return cv::Mat();
+    if (src.cols < kSmallSide || src.rows < kSmallSide) {
+        if (method == VP_ENHANCE_GREY || method == VP_ENHANCE_ECONOMIC) return GreyCopy(src);
+        return src.clone();
+    }
+    if (method == VP_ENHANCE_NONE) return src.clone();
+    if (method < VP_ENHANCE_LOW || method > VP_ENHANCE_ECONOMIC) return cv::Mat();
+
+    cv::Mat Y, Cr, Cb;
+    if (RGB24ToYCbCr(src, Y, Cr, Cb) == 0) return cv::Mat();
+    switch (method) {
+        case VP_ENHANCE_LOW:
+            EnhancePerserveHue2(Y, Cr, Cb, method, text);
+            return JoinPlanes(Y, Cr, Cb);
+        case VP_ENHANCE_HIGH:
+            EnhancePerserveHue3(Y, Cr, Cb, method, text);
+            return JoinPlanes(Y, Cr, Cb);
+        case VP_ENHANCE_GREY: {
+            unsigned char table[256];
+            float mid = 0.0f;
+            CalcColorTableGCELow4(Y, table, &mid);
+            EnhanceImageWithTable(Y, table);
+            return GreyRendering(Y);
+        }
+        default: {
+            int type = JudgeImageTypeByY(Y);
+            if (type != kPageOther) type = JudgeImageTypeYUB2(Cr, Cb, type);
+            return EnhanceEconomic(Y, type);
+        }
     }
 }

@@ -1,0 +1,26 @@
+// Lookup tables of the live enhancement routes and the fixed-step sharpening.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include <opencv2/core.hpp>
+
+// Fractions of all pixels of an 8-bit one-channel plane at each grey level
+// (all zero for an empty plane).
+std::array<double, 256> NormalisedHistogram(const cv::Mat& plane);
+
+// The global luma stretch: level lo (where the darkest 5 % end, counted
+// from a start level that depends on the mean) maps to 0.8 lo, level hi
+// (where the brightest 1 % begin, ignoring 254 and 255) towards 255, the
+// slope capped at 3.8 (2.0 when the page's mid level is above 44). Writes
+// the mid level (hi + lo) / 2 into *mid.
+void CalcColorTableGCELow4(const cv::Mat& Y, unsigned char* table, float* mid);
+
+// Three-piece chroma table that steepens the middle (more saturation);
+// `plane` is not read.
+void GetCrTableLow(const cv::Mat& plane, unsigned char* table, float mid);
+
+// Pushes every pixel that differs from its 5 x 5 box mean by more than 10
+// ten levels further away from it, in place. `amount` is not used.
+void UnsharpMaskSingleChannel6(cv::Mat& Y, float amount);
