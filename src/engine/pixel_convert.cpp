@@ -23,11 +23,7 @@
 // - RGB -> YUV with the 8-bit BT.601 integer formulas; U comes from the
 //   top-left pixel of each 2 x 2 block and V from the bottom-left one (the
 //   top-left when the block has a single row), without averaging.
-// - RGB -> Y, Cr, Cb in 14-bit fixed point; the two chroma formulas are
-//   looked up in 256 x 256 tables indexed by (colour byte, Y), built once
-//   on first use (function-local statics, so thread-safe).
-// - Y, Cr, Cb -> RGB in 14-bit fixed point, clamped to [0, 255 << 14].
-#include <algorithm>
+// The luma/chroma planes of 3-channel images are in plane_convert.cpp.
 #include <array>
 #include <cstring>
 
@@ -68,41 +64,6 @@ inline void PutYuvPixel(uint8_t* p, int32_t y, int32_t b, int32_t g, int32_t r) 
     p[0] = Clamp16(y + b);
     p[1] = Clamp16(y - g);
     p[2] = Clamp16(y + r);
-}
-
-// --- 14-bit luma/chroma ---------------------------------------------------
-
-constexpr int32_t kHalf14 = 8192;
-constexpr int32_t kMax14 = 255 << 14;     // 4177920
-constexpr int32_t kChromaBias = 2105344;  // 128 << 14 plus a half
-
-inline int32_t Clamp14(int32_t v) {
-    return std::clamp(v, 0, kMax14);
-}
-
-// Chroma of one colour byte against luma: table[(colour << 8) | Y].
-std::array<uint8_t, 65536> MakeChromaTable(int32_t scale) {
-    std::array<uint8_t, 65536> t{};
-    for (int32_t c = 0; c < 256; ++c) {
-        for (int32_t y = 0; y < 256; ++y) {
-            t[(c << 8) | y] = static_cast<uint8_t>(Clamp14(kChromaBias + scale * (c - y)) >> 14);
-        }
-    }
-    return t;
-}
-
-const std::array<uint8_t, 65536>& CrTable() {
-    static const std::array<uint8_t, 65536> table = MakeChromaTable(11682);
-    return table;
-}
-
-const std::array<uint8_t, 65536>& CbTable() {
-    static const std::array<uint8_t, 65536> table = MakeChromaTable(9241);
-    return table;
-}
-
-bool IsPlane(const cv::Mat& m, const cv::Size& size) {
-    return m.type() == CV_8UC1 && m.dims == 2 && m.size() == size;
 }
 
 }  // namespace
@@ -211,54 +172,6 @@ int RGB24toYUV420_convert(const uint8_t* src, uint8_t* dst, int32_t width, int32
             if (takeV) {
                 pv[i / 2] = static_cast<uint8_t>(((112 * b0 - 94 * b1 - 18 * b2 + 128) >> 8) + 128);
             }
-        }
-    }
-    return 1;
-}
-
-int RGB24ToYCbCr(const cv::Mat& src, cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb) {
-    if (src.empty() || src.type() != CV_8UC3 || src.dims != 2) return 0;
-    const cv::Mat in = src;  // keeps the pixels alive should a plane alias src
-    const auto& crTab = CrTable();
-    const auto& cbTab = CbTable();
-    Y.create(in.size(), CV_8UC1);
-    Cr.create(in.size(), CV_8UC1);
-    Cb.create(in.size(), CV_8UC1);
-    for (int r = 0; r < in.rows; ++r) {
-        const uint8_t* s = in.ptr<uint8_t>(r);
-        uint8_t* py = Y.ptr<uint8_t>(r);
-        uint8_t* pcr = Cr.ptr<uint8_t>(r);
-        uint8_t* pcb = Cb.ptr<uint8_t>(r);
-        for (int c = 0; c < in.cols; ++c, s += 3) {
-            const int32_t b0 = s[0], b1 = s[1], b2 = s[2];
-            // The weights sum to 2^14, so the luma never exceeds 255.
-            const int32_t y = (1868 * b0 + 9617 * b1 + 4899 * b2 + kHalf14) >> 14;
-            py[c] = static_cast<uint8_t>(y);
-            pcr[c] = crTab[(b2 << 8) | y];
-            pcb[c] = cbTab[(b0 << 8) | y];
-        }
-    }
-    return 1;
-}
-
-int YCbCrToRGB24(cv::Mat& dst, const cv::Mat& Y, const cv::Mat& Cr, const cv::Mat& Cb) {
-    if (Y.empty() || !IsPlane(Y, Y.size()) || !IsPlane(Cr, Y.size()) || !IsPlane(Cb, Y.size())) {
-        return 0;
-    }
-    // Own references, so that re-creating dst cannot pull a plane away.
-    const cv::Mat y = Y, cr = Cr, cb = Cb;
-    dst.create(y.size(), CV_8UC3);
-    for (int r = 0; r < y.rows; ++r) {
-        const uint8_t* py = y.ptr<uint8_t>(r);
-        const uint8_t* pcr = cr.ptr<uint8_t>(r);
-        const uint8_t* pcb = cb.ptr<uint8_t>(r);
-        uint8_t* d = dst.ptr<uint8_t>(r);
-        for (int c = 0; c < y.cols; ++c, d += 3) {
-            const int32_t l = py[c] << 14, vr = pcr[c], vb = pcb[c];
-            d[0] = static_cast<uint8_t>(Clamp14(l + 29049 * vb - 3710080) >> 14);
-            d[1] = static_cast<uint8_t>(Clamp14(l + kHalf14 - (5636 * vb + 11698 * vr - 2218752)) >>
-                                        14);
-            d[2] = static_cast<uint8_t>(Clamp14(l + 22987 * vr - 2934144) >> 14);
         }
     }
     return 1;
