@@ -24,9 +24,8 @@
 
 #include <opencv2/imgproc.hpp>
 
-std::array<double, 256> NormalisedHistogram(const cv::Mat& plane) {
-    std::array<double, 256> p{};
-    if (plane.empty() || plane.type() != CV_8UC1) return p;
+void CountLevels(const cv::Mat& plane, std::array<uint64_t, 256>& counts) {
+    if (plane.empty() || plane.type() != CV_8UC1) return;
     // Four partial histograms keep runs of equal pixels from stalling on
     // one counter.
     std::array<std::array<uint32_t, 256>, 4> h{};
@@ -41,17 +40,29 @@ std::array<double, 256> NormalisedHistogram(const cv::Mat& plane) {
         }
         for (; x < plane.cols; ++x) ++h[0][row[x]];
     }
-    const double total = static_cast<double>(plane.total());
-    for (int i = 0; i < 256; ++i) {
-        const double count = static_cast<double>(h[0][i]) + h[1][i] + h[2][i] + h[3][i];
-        p[i] = count / total;
-    }
+    for (int i = 0; i < 256; ++i) counts[i] += uint64_t{h[0][i]} + h[1][i] + h[2][i] + h[3][i];
+}
+
+std::array<double, 256> Normalise(const std::array<uint64_t, 256>& counts, uint64_t total) {
+    std::array<double, 256> p{};
+    if (total == 0) return p;
+    for (int i = 0; i < 256; ++i)
+        p[i] = static_cast<double>(counts[i]) / static_cast<double>(total);
     return p;
 }
 
+std::array<double, 256> NormalisedHistogram(const cv::Mat& plane) {
+    std::array<uint64_t, 256> counts{};
+    CountLevels(plane, counts);
+    return Normalise(counts, plane.empty() ? 0 : plane.total());
+}
+
 void CalcColorTableGCELow4(const cv::Mat& Y, unsigned char* table, float* mid) {
+    StretchTableFromHistogram(NormalisedHistogram(Y), table, mid);
+}
+
+void StretchTableFromHistogram(const std::array<double, 256>& p, unsigned char* table, float* mid) {
     if (table == nullptr) return;
-    const std::array<double, 256> p = NormalisedHistogram(Y);
     double mean = 0.0;
     for (int i = 0; i < 256; ++i) mean += i * p[i];
 

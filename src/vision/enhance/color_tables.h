@@ -9,6 +9,10 @@
 // Fractions of all pixels of an 8-bit one-channel plane at each grey level
 // (all zero for an empty plane).
 std::array<double, 256> NormalisedHistogram(const cv::Mat& plane);
+// The same in pieces: counts added up over several planes (an 8-bit
+// one-channel plane; others add nothing), then divided by their total.
+void CountLevels(const cv::Mat& plane, std::array<uint64_t, 256>& counts);
+std::array<double, 256> Normalise(const std::array<uint64_t, 256>& counts, uint64_t total);
 
 // The global luma stretch: level lo (where the darkest 5 % end, counted
 // from a start level that depends on the mean) maps to 0.8 lo, level hi
@@ -16,6 +20,8 @@ std::array<double, 256> NormalisedHistogram(const cv::Mat& plane);
 // slope capped at 3.8 (2.0 when the page's mid level is above 44). Writes
 // the mid level (hi + lo) / 2 into *mid.
 void CalcColorTableGCELow4(const cv::Mat& Y, unsigned char* table, float* mid);
+// The same from the plane's normalised histogram.
+void StretchTableFromHistogram(const std::array<double, 256>& p, unsigned char* table, float* mid);
 
 // Three-piece chroma table that steepens the middle (more saturation);
 // `plane` is not read.

@@ -2,10 +2,12 @@
 //
 // Images under 64 px on a side take a short route: the grey methods (4, 5)
 // give a plain grey copy, every other method an unchanged copy. Method 1
-// copies. The others split the page into Y, Cr, Cb planes, work on the
-// planes in place and join them again (methods 2 and 3), or render from Y
-// alone (4: the stretched luma as grey; 5: the ink-saving rendering, after
-// judging whether the page is a dark board, whose Y is then inverted).
+// copies. Methods 3 and 5 split the page into Y, Cr, Cb planes and work on
+// them: method 3 in place, joining them again; method 5 renders from Y
+// alone after judging whether the page is a dark board, whose Y is then
+// inverted. Methods 2 and 4 (global tables only) give the same bytes as
+// the plane route (split, EnhancePerserveHue2 or the luma table, join or
+// grey) but work in row stripes (table_routes.cpp).
 //
 // Method 3 judges the page by its edges first and gives pages that are not
 // light documents the method-2 tables. Its later steps (layout analysis,
@@ -27,6 +29,7 @@
 #include "vision/enhance/binarize.h"
 #include "vision/enhance/color_tables.h"
 #include "vision/enhance/page_type.h"
+#include "vision/enhance/table_routes.h"
 
 namespace {
 
@@ -140,23 +143,16 @@ cv::Mat EnhanceImage(const cv::Mat& src, tagVPEnhanceMethod method, char* text) 
     }
     if (method == VP_ENHANCE_NONE) return src.clone();
     if (method < VP_ENHANCE_LOW || method > VP_ENHANCE_ECONOMIC) return cv::Mat();
+    // The table methods never need whole planes.
+    if (method == VP_ENHANCE_LOW) return EnhanceColourByTables(src);
+    if (method == VP_ENHANCE_GREY) return EnhanceGreyByTable(src);
 
     cv::Mat Y, Cr, Cb;
     if (RGB24ToYCbCr(src, Y, Cr, Cb) == 0) return cv::Mat();
     switch (method) {
-        case VP_ENHANCE_LOW:
-            EnhancePerserveHue2(Y, Cr, Cb, method, text);
-            return JoinPlanes(Y, Cr, Cb);
         case VP_ENHANCE_HIGH:
             EnhancePerserveHue3(Y, Cr, Cb, method, text);
             return JoinPlanes(Y, Cr, Cb);
-        case VP_ENHANCE_GREY: {
-            unsigned char table[256];
-            float mid = 0.0f;
-            CalcColorTableGCELow4(Y, table, &mid);
-            EnhanceImageWithTable(Y, table);
-            return GreyRendering(Y);
-        }
         default: {
             int type = JudgeImageTypeByY(Y);
             if (type != kPageOther) type = JudgeImageTypeYUB2(Cr, Cb, type);

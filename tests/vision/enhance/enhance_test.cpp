@@ -6,6 +6,7 @@
 
 #include "engine/image.h"
 #include "test_pages.h"
+#include "vision/enhance/color_tables.h"
 #include "vision/enhance/enhance.h"
 
 namespace {
@@ -121,4 +122,27 @@ TEST(Enhance, DocumentRouteGivesBrightNonDocumentsTheColourTables) {
     cv::circle(sheet, cv::Point(150, 100), 40, cv::Scalar(230, 235, 240), -1);
     EXPECT_TRUE(Same(EnhanceImage(sheet, VP_ENHANCE_HIGH, nullptr),
                      EnhanceImage(sheet, VP_ENHANCE_LOW, nullptr)));
+}
+
+TEST(Enhance, TableMethodsMatchThePlaneRoute) {
+    // Methods 2 and 4 work in row stripes; their bytes must be those of
+    // splitting the page, running the tables on whole planes and joining.
+    cv::Mat big = test_pages::Photograph(400, 300);
+    test_pages::TextPage(380, 150, 200, 50).copyTo(big(cv::Rect(10, 140, 380, 150)));
+    for (const cv::Mat& page : {big, big(cv::Rect(3, 5, 333, 251))}) {
+        cv::Mat Y, Cr, Cb, colour;
+        RGB24ToYCbCr(page, Y, Cr, Cb);
+        cv::Mat grey = Y.clone();
+        EnhancePerserveHue2(Y, Cr, Cb, VP_ENHANCE_LOW, nullptr);
+        YCbCrToRGB24(colour, Y, Cr, Cb);
+        EXPECT_TRUE(Same(EnhanceImage(page, VP_ENHANCE_LOW, nullptr), colour)) << page.size();
+
+        unsigned char table[256];
+        float mid = 0.0f;
+        CalcColorTableGCELow4(grey, table, &mid);
+        EnhanceImageWithTable(grey, table);
+        const cv::Mat out = EnhanceImage(page, VP_ENHANCE_GREY, nullptr);
+        EXPECT_TRUE(ChannelsEqual(out));
+        EXPECT_TRUE(Same(Grey(out), grey)) << page.size();
+    }
 }
