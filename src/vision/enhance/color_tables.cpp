@@ -51,6 +51,15 @@ std::array<double, 256> Normalise(const std::array<uint64_t, 256>& counts, uint6
     return p;
 }
 
+int TailLevel(const std::array<double, 256>& p, int from, int step, double share) {
+    double sum = 0.0;
+    for (int k = from; k >= 0 && k < 256; k += step) {
+        sum += p[k];
+        if (sum > share) return k;
+    }
+    return 0;
+}
+
 std::array<double, 256> NormalisedHistogram(const cv::Mat& plane) {
     std::array<uint64_t, 256> counts{};
     CountLevels(plane, counts);
@@ -67,24 +76,8 @@ void StretchTableFromHistogram(const std::array<double, 256>& p, unsigned char* 
     for (int i = 0; i < 256; ++i) mean += i * p[i];
 
     const int start = mean < 20.0 ? 0 : (mean < 40.0 ? 5 : 20);
-    int lo = 0;
-    double sum = 0.0;
-    for (int k = start; k < 256; ++k) {
-        sum += p[k];
-        if (sum > 0.05) {
-            lo = k;
-            break;
-        }
-    }
-    int hi = 0;
-    sum = 0.0;
-    for (int k = 253; k >= 0; --k) {
-        sum += p[k];
-        if (sum > 0.01) {
-            hi = k;
-            break;
-        }
-    }
+    const int lo = TailLevel(p, start, +1, 0.05);
+    const int hi = TailLevel(p, 253, -1, 0.01);
     const int midLevel = (hi + lo) / 2;
     if (mid != nullptr) *mid = static_cast<float>(midLevel);
 

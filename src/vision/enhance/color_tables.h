@@ -14,6 +14,10 @@ std::array<double, 256> NormalisedHistogram(const cv::Mat& plane);
 void CountLevels(const cv::Mat& plane, std::array<uint64_t, 256>& counts);
 std::array<double, 256> Normalise(const std::array<uint64_t, 256>& counts, uint64_t total);
 
+// The first level, walking from `from` by `step` (+1 up, -1 down), at which
+// the fractions summed so far exceed `share`; 0 when the walk ends first.
+int TailLevel(const std::array<double, 256>& p, int from, int step, double share);
+
 // The global luma stretch: level lo (where the darkest 5 % end, counted
 // from a start level that depends on the mean) maps to 0.8 lo, level hi
 // (where the brightest 1 % begin, ignoring 254 and 255) towards 255, the

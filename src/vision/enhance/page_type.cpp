@@ -61,24 +61,8 @@ int DarkBoardOrOther(int hi, double mean) {
 int JudgeImageTypeByY(const cv::Mat& Y) {
     const std::array<double, 256> p = NormalisedHistogram(Y);
     const Moments m = HistogramMoments(p);
-    int lo = 0;
-    double sum = 0.0;
-    for (int k = 3; k < 256; ++k) {
-        sum += p[k];
-        if (sum > 0.01) {
-            lo = k;
-            break;
-        }
-    }
-    int hi = 0;
-    sum = 0.0;
-    for (int k = 252; k >= 0; --k) {
-        sum += p[k];
-        if (sum > 0.01) {
-            hi = k;
-            break;
-        }
-    }
+    const int lo = TailLevel(p, 3, +1, 0.01);
+    const int hi = TailLevel(p, 252, -1, 0.01);
 
     const bool contentDarker = (hi - m.mean) - 5.0 <= m.mean - lo;
     if (m.deviation <= 53.5 && contentDarker) {
