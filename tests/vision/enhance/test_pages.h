@@ -55,6 +55,27 @@ inline cv::Mat Photograph(int width, int height) {
     return img;
 }
 
+// The page under light falling from `bright` at the top-left corner to
+// `dim` at the bottom-right one (fractions of full light).
+inline cv::Mat Shaded(const cv::Mat& page, double bright, double dim) {
+    cv::Mat light(page.size(), CV_32F);
+    const double span = static_cast<double>(page.cols + page.rows - 2);
+    for (int y = 0; y < page.rows; ++y) {
+        float* row = light.ptr<float>(y);
+        for (int x = 0; x < page.cols; ++x) {
+            row[x] = static_cast<float>(bright + (dim - bright) * (x + y) / span);
+        }
+    }
+    cv::Mat lit, channels[3];
+    page.convertTo(lit, CV_32FC3);
+    cv::split(lit, channels);
+    for (cv::Mat& c : channels) c = c.mul(light);
+    cv::merge(channels, 3, lit);
+    cv::Mat out;
+    lit.convertTo(out, CV_8UC3);
+    return out;
+}
+
 inline cv::Mat Luma(const cv::Mat& bgr) {
     cv::Mat y;
     cv::cvtColor(bgr, y, cv::COLOR_BGR2GRAY);
