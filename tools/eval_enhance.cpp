@@ -316,6 +316,7 @@ struct Rendering {
     bool measured = false;
     double ms = 0.0;
     PaperStats paper;
+    scrivo_eval::HueStats hue;
     std::optional<double> cer;
     std::string note;
 };
@@ -376,6 +377,7 @@ Rendering Render(const cv::Mat& page, const cv::Mat& mask, int method, const Rec
     }
     r.measured = true;
     r.paper = scrivo_eval::MeasurePaper(grey, mask);
+    r.hue = scrivo_eval::MeasureHue(page, out);
     if (ocr != nullptr) {
         const auto text = ocr->Read(grey, dpi);
         if (!text)
@@ -406,7 +408,7 @@ struct MethodSummary {
     int method = 0;
     size_t pages = 0;     // pages loaded
     size_t rendered = 0;  // pages the method gave an image for
-    std::vector<double> white, spread, mean, cer, ms;
+    std::vector<double> white, spread, mean, cer, ms, hue, lost;
 };
 
 std::vector<MethodSummary> Summarise(const std::vector<PageResult>& results,
@@ -427,6 +429,10 @@ std::vector<MethodSummary> Summarise(const std::vector<PageResult>& results,
                 s.spread.push_back(r.paper.Spread());
                 s.mean.push_back(r.paper.mean);
             }
+            if (r.measured && r.hue.pixels >= 200) {
+                s.hue.push_back(r.hue.shiftDeg);
+                s.lost.push_back(r.hue.lost);
+            }
             if (r.cer) s.cer.push_back(*r.cer);
         }
         out.push_back(std::move(s));
@@ -435,8 +441,8 @@ std::vector<MethodSummary> Summarise(const std::vector<PageResult>& results,
 }
 
 void PrintReport(const std::vector<MethodSummary>& summary, bool ocr) {
-    std::printf("%-14s %7s %7s %7s %7s %7s %7s %9s\n", "method", "pages", "white%", "min%",
-                "spread", "paper", "CER", "ms");
+    std::printf("%-14s %7s %7s %7s %7s %7s %7s %9s %6s %6s\n", "method", "pages", "white%", "min%",
+                "spread", "paper", "CER", "ms", "hue", "lost%");
     for (const MethodSummary& s : summary) {
         char name[32], pages[32];
         std::snprintf(name, sizeof name, "%d %s", s.method, MethodName(s.method));
@@ -457,12 +463,19 @@ void PrintReport(const std::vector<MethodSummary>& summary, bool ocr) {
             std::printf(" %7.4f", Mean(s.cer));
         else
             std::printf(" %7s", "-");
-        std::printf(" %9.1f\n", Median(s.ms));
+        std::printf(" %9.1f", Median(s.ms));
+        if (s.hue.empty())
+            std::printf(" %6s %6s\n", "-", "-");
+        else
+            std::printf(" %6.1f %6.1f\n", Median(s.hue), 100.0 * Mean(s.lost));
     }
     std::printf(
         "\nwhite%%: share of paper pixels at 255 (mean, min over pages); spread: median 5-95 %% "
         "range\nof the paper's grey; paper: mean paper grey; CER: mean character error rate; ms: "
-        "median\ntime of the rendering.\n");
+        "median\ntime of the rendering; hue: median over pages of the median hue shift (degrees) "
+        "of "
+        "the\nplain page's colour marks, lost%%: mean share of them left grey (pages with 200 or "
+        "more\nmark pixels, colour renderings only).\n");
 }
 
 json RenderingJson(const Rendering& r) {
@@ -474,6 +487,9 @@ json RenderingJson(const Rendering& r) {
         j["p95"] = r.paper.p95;
         j["spread"] = r.paper.Spread();
         j["paper_mean"] = r.paper.mean;
+        j["hue_pixels"] = r.hue.pixels;
+        j["hue_shift_deg"] = r.hue.shiftDeg;
+        j["hue_lost"] = r.hue.lost;
     }
     if (r.cer) j["cer"] = *r.cer;
     if (!r.note.empty()) j["note"] = r.note;

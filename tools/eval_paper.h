@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <vector>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -72,6 +73,53 @@ inline PaperStats MeasurePaper(const cv::Mat& grey, const cv::Mat& mask) {
     s.p05 = percentile(0.05);
     s.p95 = percentile(0.95);
     return s;
+}
+
+// How a rendering treats the colour marks of the plain page (stamps,
+// highlighter, coloured print): the pixels whose chroma strength
+// |Cr - 128| + |Cb - 128| is at least 24 and whose grey lies in 40..230
+// (clearly coloured, neither near black nor washed out). Their hue is the
+// angle of (Cb - 128, Cr - 128); the shift is the median angle between
+// page and rendering, and "lost" the share of them the rendering leaves
+// nearly grey (strength below 8). Grey renderings have no hue to measure.
+struct HueStats {
+    size_t pixels = 0;
+    double shiftDeg = 0.0;
+    double lost = 0.0;
+};
+
+inline HueStats MeasureHue(const cv::Mat& page, const cv::Mat& rendering) {
+    HueStats h;
+    if (page.type() != CV_8UC3 || rendering.type() != CV_8UC3 || page.size() != rendering.size())
+        return h;
+    cv::Mat y0, cr0, cb0, y1, cr1, cb1;
+    RGB24ToYCbCr(page, y0, cr0, cb0);
+    RGB24ToYCbCr(rendering, y1, cr1, cb1);
+    std::vector<double> shifts;
+    size_t lost = 0;
+    for (int y = 0; y < page.rows; ++y) {
+        for (int x = 0; x < page.cols; ++x) {
+            const int g = y0.at<uint8_t>(y, x);
+            const int r0 = cr0.at<uint8_t>(y, x) - 128, b0 = cb0.at<uint8_t>(y, x) - 128;
+            if (std::abs(r0) + std::abs(b0) < 24 || g < 40 || g > 230) continue;
+            const int r1 = cr1.at<uint8_t>(y, x) - 128, b1 = cb1.at<uint8_t>(y, x) - 128;
+            if (std::abs(r1) + std::abs(b1) < 8) {
+                ++lost;
+                continue;
+            }
+            double d = std::atan2(r1, b1) - std::atan2(r0, b0);
+            d = std::abs(std::remainder(d, 2.0 * M_PI)) * 180.0 / M_PI;
+            shifts.push_back(d);
+        }
+    }
+    h.pixels = shifts.size() + lost;
+    if (h.pixels == 0) return h;
+    h.lost = static_cast<double>(lost) / static_cast<double>(h.pixels);
+    if (!shifts.empty()) {
+        std::nth_element(shifts.begin(), shifts.begin() + shifts.size() / 2, shifts.end());
+        h.shiftDeg = shifts[shifts.size() / 2];
+    }
+    return h;
 }
 
 // Paper of a plain (unenhanced) page whose paper mask is not known: pixels

@@ -114,9 +114,13 @@ void GetCrTableLow(const cv::Mat& plane, unsigned char* table, float mid) {
 }
 
 void UnsharpMaskSingleChannel6(cv::Mat& Y, float amount) {
+    cv::Mat blurred;
+    UnsharpMaskWithBuffer(Y, amount, blurred);
+}
+
+void UnsharpMaskWithBuffer(cv::Mat& Y, float amount, cv::Mat& blurred) {
     (void)amount;
     if (Y.empty() || Y.type() != CV_8UC1) return;
-    cv::Mat blurred;
     cv::blur(Y, blurred, cv::Size(5, 5), cv::Point(-1, -1), cv::BORDER_REPLICATE);
     for (int y = 0; y < Y.rows; ++y) {
         uint8_t* o = Y.ptr<uint8_t>(y);

@@ -34,3 +34,6 @@ void GetCrTableLow(const cv::Mat& plane, unsigned char* table, float mid);
 // Pushes every pixel that differs from its 5 x 5 box mean by more than 10
 // ten levels further away from it, in place. `amount` is not used.
 void UnsharpMaskSingleChannel6(cv::Mat& Y, float amount);
+// The same with the box mean made in `blurred` (reused when it already has
+// Y's size and type).
+void UnsharpMaskWithBuffer(cv::Mat& Y, float amount, cv::Mat& blurred);

@@ -9,12 +9,12 @@
 // the plane route (split, EnhancePerserveHue2 or the luma table, join or
 // grey) but work in row stripes (table_routes.cpp).
 //
-// Method 3 judges the page by its edges first and gives pages that are not
-// light documents the method-2 tables. Its later steps (layout analysis,
-// background estimation, illumination removal and per-pixel colour
-// enhancement) are not built yet: until they are, every page that passes
-// the judgement also takes the method-2 tables, the same fall-back those
-// steps use when they fail.
+// Method 3 judges the page by its edges and then by its blocks, and gives
+// pages that are not light documents the method-2 tables. An evenly lit
+// document is tone-mapped block by block; an unevenly lit one is sharpened,
+// its background estimated and divided out, tone-mapped and finished pixel
+// by pixel (document.h lists the steps), falling back to the method-2
+// tables when the tone mapping finds nothing to map.
 //
 // EnhanceImageWithTable walks each row as width x channels bytes, so
 // regions of interest and padded rows are handled; the loop is unrolled by
@@ -28,6 +28,7 @@
 #include "engine/image.h"
 #include "vision/enhance/binarize.h"
 #include "vision/enhance/color_tables.h"
+#include "vision/enhance/document.h"
 #include "vision/enhance/page_type.h"
 #include "vision/enhance/table_routes.h"
 
@@ -92,7 +93,6 @@ void EnhancePerserveHue2(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, int method, char*
 }
 
 void EnhancePerserveHue3(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, int method, char* text) {
-    (void)text;
     if (method == VP_ENHANCE_LOW) {
         EnhanceLow2(Y, Cr, Cb);
         return;
@@ -100,17 +100,14 @@ void EnhancePerserveHue3(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, int method, char*
     if (method != VP_ENHANCE_HIGH) return;
 
     const int64_t pixels = static_cast<int64_t>(Y.cols) * Y.rows;
-    const int block = pixels <= kLargePagePixels ? 16 : 64;
-    const size_t blocks = static_cast<size_t>(Y.cols / block) * static_cast<size_t>(Y.rows / block);
-    // The block statistics the layout analysis will fill.
-    std::vector<int32_t> marks(blocks), levels(blocks), spare1(blocks), spare2(blocks);
-    (void)marks;
-    (void)levels;
-    (void)spare1;
-    (void)spare2;
+    const int B = pixels <= kLargePagePixels ? 16 : 64;
+    const int BX = Y.cols / B, BY = Y.rows / B;
+    const size_t count = static_cast<size_t>(BX) * static_cast<size_t>(BY);
+    std::vector<int32_t> A1(count), A2(count), A3(count), A4(count);
+    const BlockArrays blocks{A1.data(), A2.data(), A3.data(), A4.data()};
 
     float background = 0.0f, edge = 0.0f, unused1 = 0.0f, unused2 = 0.0f;
-    const int type = JudgeImageTypeByEdge(Y, &background, &edge, &unused1, &unused2);
+    int type = JudgeImageTypeByEdge(Y, &background, &edge, &unused1, &unused2);
     const float d = edge - background;
     // A bright page that is not a light document (or has no measurable
     // text contrast) only gets the global tables.
@@ -122,9 +119,35 @@ void EnhancePerserveHue3(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, int method, char*
         EnhanceLow2(Y, Cr, Cb);
         return;
     }
-    // The layout analysis and the flattening steps come here; until they
-    // are built every page takes the method-2 tables, as when they fail.
-    EnhanceLow2(Y, Cr, Cb);
+    LayoutCounters counters;
+    uint8_t uneven = 0;
+    PageLayoutAnalysis13(Y, Cr, Cb, &type, blocks, B, text, &counters, &uneven);
+    if (type != kPageLight) {
+        EnhanceLow2(Y, Cr, Cb);
+        return;
+    }
+    if (uneven == 0) {
+        EnhanceSubImageHighYUB2(Y, Cr, Cb, A1.data(), A2.data(), counters.C2, counters.C3, B, text);
+        return;
+    }
+    // Large buffers are reused: the kept copy first holds the sharpening's
+    // box mean, and the luma background, once reduced, holds the black flags.
+    cv::Mat kept;
+    UnsharpMaskWithBuffer(Y, 20.0f, kept);
+    Y.copyTo(kept);
+    cv::Mat bgY, bgCr, bgCb;
+    PageLevels levels;
+    CalBackGround(Cr, Cb, Y, bgY, bgCr, bgCb, blocks, B, &levels);
+    DeleteNonUniformIllumination5(Y, Cr, Cb, bgY, bgCr, bgCb, A1.data(), A2.data(), BX, BY, B);
+    int32_t L3 = 0, L4 = 0;
+    if (EnhanceSubImageHighYUB9(Y, Cr, Cb, A1.data(), A2.data(), counters.C2, counters.C3,
+                                levels.L1, levels.L2, B, counters.C1, text, &L3, &L4) != 0) {
+        EnhanceColorByPixelWithBuffer(Y, kept, Cr, Cb, bgCr, bgCb, L3, L4, levels.L1, levels.L2,
+                                      bgY);
+    } else {
+        kept.copyTo(Y);
+        EnhanceLow2(Y, Cr, Cb);
+    }
 }
 
 cv::Mat EnhanceEconomic(cv::Mat& Y, int type) {
