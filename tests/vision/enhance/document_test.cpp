@@ -16,15 +16,8 @@
 
 namespace {
 
-struct Planes {
-    cv::Mat Y, Cr, Cb;
-};
-
-Planes Split(const cv::Mat& bgr) {
-    Planes p;
-    RGB24ToYCbCr(bgr, p.Y, p.Cr, p.Cb);
-    return p;
-}
+using test_pages::Planes;
+using test_pages::Split;
 
 // A 640 x 480 page: text in the top half, a noisy picture at the bottom
 // left, plain paper at the bottom right.

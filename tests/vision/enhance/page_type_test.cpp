@@ -11,15 +11,8 @@
 
 namespace {
 
-struct Planes {
-    cv::Mat Y, Cr, Cb;
-};
-
-Planes Split(const cv::Mat& bgr) {
-    Planes p;
-    RGB24ToYCbCr(bgr, p.Y, p.Cr, p.Cb);
-    return p;
-}
+using test_pages::Planes;
+using test_pages::Split;
 
 int ByEdge(const cv::Mat& Y, float* g = nullptr, float* e = nullptr) {
     float background = -1.0f, edge = -1.0f, a = 0.0f, b = 0.0f;

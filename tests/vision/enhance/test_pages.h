@@ -8,6 +8,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "engine/image.h"
+
 namespace test_pages {
 
 // Rows of words in `ink` on `paper`, with a little noise so no level is
@@ -74,6 +76,17 @@ inline cv::Mat Shaded(const cv::Mat& page, double bright, double dim) {
     cv::Mat out;
     lit.convertTo(out, CV_8UC3);
     return out;
+}
+
+struct Planes {
+    cv::Mat Y, Cr, Cb;
+};
+
+// The engine's luma/chroma planes of a 3-channel page.
+inline Planes Split(const cv::Mat& bgr) {
+    Planes p;
+    RGB24ToYCbCr(bgr, p.Y, p.Cr, p.Cb);
+    return p;
 }
 
 inline cv::Mat Luma(const cv::Mat& bgr) {
