@@ -247,3 +247,23 @@ TEST(DocumentRoute, PagesWithoutContrastTakeTheColourTables) {
     const cv::Mat out = EnhanceImage(flat, VP_ENHANCE_HIGH, nullptr);
     EXPECT_EQ(cv::norm(out, EnhanceImage(flat, VP_ENHANCE_LOW, nullptr), cv::NORM_INF), 0.0);
 }
+
+TEST(DocumentRoute, EvenlyLitPageIsWhitenedAndKeepsItsColours) {
+    // Even light on a dull, slightly warm sheet: no division needed, the
+    // paper still comes out white and neutral, a blue mark stays blue.
+    cv::Mat page = test_pages::TextPage(800, 600, 190, 50);
+    page += cv::Scalar(0, 0, 8);
+    const cv::Rect mark(500, 20, 150, 30);
+    page(mark).setTo(cv::Scalar(200, 120, 90));
+    const Planes before = Split(page);
+    Layout l(before, kPageLight);
+    ASSERT_EQ(l.uneven, 0);
+    const Planes after = Split(EnhanceImage(page, VP_ENHANCE_HIGH, nullptr));
+    const cv::Mat paper = before.Y > 180;
+    EXPECT_GE(cv::mean(after.Y, paper)[0], 240.0);
+    EXPECT_NEAR(cv::mean(after.Cr, paper)[0], 128.0, 1.0);
+    EXPECT_NEAR(cv::mean(after.Cb, paper)[0], 128.0, 1.0);
+    const cv::Point c(575, 35);
+    EXPECT_GT(after.Cb.at<uint8_t>(c), before.Cb.at<uint8_t>(c));  // bluer, not greyer
+    EXPECT_LT(cv::mean(after.Y, before.Y < 80)[0], 60.0);
+}
