@@ -21,10 +21,22 @@
 // through a temporary file. The engine is released on every path by a
 // guard; the session keeps nothing else between files.
 //
+// Auto-rotate: the engine straightens the page at a small size, decides the
+// direction of its text there and hands back the corners starting from the
+// upright page's top-left. The page is then rectified from the corners in
+// that order, which straightens it and turns it upright by quarter turns
+// in one warp before enhancement sees it; the size query, the rectified
+// bitmap and the enhanced page all agree on the turned size, as the capture
+// session needs. The turn is the cyclic shift between the two orders. The
+// whole photograph is the exception: the engine takes the whole-photograph
+// corners in any order for the photograph as it is, so a photograph without
+// a page is turned as the quadrangle one pixel inside its edges. A page
+// whose direction cannot be told is left as it is.
+//
 // Verbose mode adds the tool's own timing lines for the stages the engine
-// does not time (read file, detect, enhance + encode with EXIF, write,
-// total); the engine's own "QvNote performance native ..." lines come
-// through the log sink.
+// does not time (read file, detect, text direction, enhance + encode with
+// EXIF, write, total) and the text-direction decision; the engine's own
+// "QvNote performance native ..." lines come through the log sink.
 #include "capture.h"
 
 #include <chrono>
@@ -170,6 +182,54 @@ bool ChooseCorners(QvSession* session, VPHandle engine, const ScanOptions* optio
     return true;
 }
 
+// k such that turned[i] = given[(i + k) % 4] for every i, or -1.
+int32_t CyclicShift(const Quad& given, const Quad& turned) {
+    for (int32_t k = 0; k < 4; ++k) {
+        bool same = true;
+        for (int i = 0; i < 4; ++i) {
+            const tagVPPoint& a = turned[i];
+            const tagVPPoint& b = given[(i + k) % 4];
+            same = same && a.x == b.x && a.y == b.y;
+        }
+        if (same) return k;
+    }
+    return -1;
+}
+
+// Decides the text direction of the page within out.corners; returns the
+// corners to rectify so that the page comes out upright and sets out.turn.
+Quad UprightCorners(VPHandle engine, const std::string& label, Stopwatch& watch, Outcome& out) {
+    Quad given = out.corners;
+    Quad turned{};
+    int32_t w = 0, h = 0;
+    const bool told = VPGetRectifiedTextImageSizeWithVeterx(engine, given.data(), turned.data(),
+                                                            VP_TEXT_TURN_ANY, &w, &h) == 1;
+    const int32_t shift = told ? CyclicShift(given, turned) : -1;
+    Console& console = Console::Get();
+    console.Timing(label, "text direction", watch.Lap());
+    if (console.verbose()) {
+        console.Error("scrivo: " + label + ": text direction: " +
+                      (shift < 0
+                           ? std::string("cannot tell, page left as it is")
+                           : "turn " + std::to_string(shift * 90) + " clockwise, upright page " +
+                                 std::to_string(w) + "x" + std::to_string(h)));
+    }
+    out.turn = shift < 0 ? -1 : shift * 90;
+    if (shift <= 0) return given;
+    const Quad whole = WholePhotograph(out.width, out.height);
+    if (std::memcmp(given.data(), whole.data(), sizeof(Quad)) != 0) return turned;
+    constexpr int32_t kInset = 1;
+    if (out.width < 8 * kInset || out.height < 8 * kInset) {
+        out.turn = -1;
+        return given;
+    }
+    const int32_t x0 = kInset, y0 = kInset, x1 = out.width - kInset, y1 = out.height - kInset;
+    const Quad inside{{{x0, y0}, {x0, y1}, {x1, y1}, {x1, y0}}};
+    Quad result;
+    for (int i = 0; i < 4; ++i) result[i] = inside[(i + shift) % 4];
+    return result;
+}
+
 }  // namespace
 
 const char* MethodName(int32_t method) {
@@ -219,9 +279,11 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
     if (!OpenPhotograph(session_, input, label, watch, bytes, guard, out)) return out;
     bytes = std::vector<uint8_t>();  // the engine has its own copy of the pixels
     if (!ChooseCorners(session_, guard.engine, &options, label, watch, out)) return out;
+    Quad corners = out.corners;
+    if (options.autoRotate) corners = UprightCorners(guard.engine, label, watch, out);
 
-    if (QvSession_GetRectifiedImageSize(session_, guard.engine, out.corners.data(), 4,
-                                        &out.pageWidth, &out.pageHeight) != QV_SESSION_OK) {
+    if (QvSession_GetRectifiedImageSize(session_, guard.engine, corners.data(), 4, &out.pageWidth,
+                                        &out.pageHeight) != QV_SESSION_OK) {
         // The engine sizes any legal quadrangle; the whole photograph is
         // illegal only when its area is below the legality tolerance.
         if (options.cornersGiven)
@@ -235,8 +297,8 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
     QvSession_SetJpegQuality(session_, options.quality);
     SessionData page;
     if (options.method == VP_ENHANCE_NONE) {
-        if (QvSession_GetRectifiedImageData(session_, guard.engine, out.corners.data(), 4,
-                                            &page.data, &page.length) != 1) {
+        if (QvSession_GetRectifiedImageData(session_, guard.engine, corners.data(), 4, &page.data,
+                                            &page.length) != 1) {
             out.error = "rectification or encoding failed";
             return out;
         }
@@ -244,7 +306,7 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
     } else {
         MemoryBitmap rectified(out.pageWidth, out.pageHeight);
         const QvBitmapAccess access = rectified.Access();
-        if (QvSession_GetRectifiedImage(session_, guard.engine, out.corners.data(), 4, &access) !=
+        if (QvSession_GetRectifiedImage(session_, guard.engine, corners.data(), 4, &access) !=
             QV_SESSION_OK) {
             out.error = "rectification failed";
             return out;

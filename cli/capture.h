@@ -18,7 +18,8 @@ struct ScanOptions {
     int32_t method = VP_ENHANCE_DOCUMENT;
     bool cornersGiven = false;
     Quad corners{};
-    int32_t quality = 0;  // 0: the library's default
+    int32_t quality = 0;      // 0: the library's default
+    bool autoRotate = false;  // turn the page upright by the direction of its text
 };
 
 struct Outcome {
@@ -30,6 +31,7 @@ struct Outcome {
     bool found = false;     // the engine found a page (otherwise: given or whole photograph)
     int32_t pageWidth = 0;  // scan: the written page
     int32_t pageHeight = 0;
+    int32_t turn = -1;  // --auto-rotate: clockwise degrees turned, -1 direction unknown
 };
 
 // "none", "color", "document", "grey", "economic" for methods 1..5.

@@ -1,7 +1,7 @@
 // The scrivo command-line tool: argument parsing and the two commands.
 //
 //   scrivo scan PHOTO.jpg... | DIR/ [-o PAGE.jpg | -o OUTDIR/] [--enhance M]
-//               [--corners x,y,x,y,x,y,x,y] [--quality Q] [-j N]
+//               [--corners x,y,x,y,x,y,x,y] [--quality Q] [--auto-rotate] [-j N]
 //   scrivo detect PHOTO.jpg [--json] [--overlay OUT.jpg]
 //
 // CLI11 parses; every parse error (unknown option, bad value, missing
@@ -87,6 +87,7 @@ static int Main(int argc, char** argv) {
     std::string output, enhance = "document", cornersText;
     int32_t quality = 0;
     unsigned threads = 0;
+    bool autoRotate = false;
     scan->add_option("inputs", inputs, "Photographs (JPEG) or folders of them")->required();
     scan->add_option("-o,--output", output,
                      "The page to write (default PHOTO.page.jpg next to the photograph); a "
@@ -98,6 +99,8 @@ static int Main(int argc, char** argv) {
                      "top-right (default: detected)");
     scan->add_option("--quality", quality, "JPEG quality 1..100 (default: the library's)")
         ->check(CLI::Range(1, 100));
+    scan->add_flag("--auto-rotate", autoRotate,
+                   "Turn the page upright by quarter turns, by the direction of its text");
     scan->add_option("-j,--jobs", threads,
                      "Photographs processed at once (default: one per processor)")
         ->check(CLI::Range(1, 256));
@@ -130,6 +133,7 @@ static int Main(int argc, char** argv) {
         ScanOptions options;
         options.method = MethodFromName(enhance);
         options.quality = quality;
+        options.autoRotate = autoRotate;
         if (!cornersText.empty()) {
             if (!ParseCorners(cornersText, options.corners))
                 return UsageError("--corners needs eight integers x,y,x,y,x,y,x,y");

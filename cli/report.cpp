@@ -1,10 +1,11 @@
-// Reporting. Results go to standard output (one line a page written, or the
-// corners of `detect`); failures to standard error as "scrivo: FILE:
-// reason", always naming the file as the user gave it. `detect --json`
-// prints one JSON object (key order kept, corners as [x, y] pairs in the
-// order top-left, bottom-left, bottom-right, top-right, like the data sets
-// the detector is scored on); on failure the object carries "error" and
-// the exit code is 1, so a script can rely on getting JSON either way.
+// Reporting. Results go to standard output (one line a page written, with
+// the turn when --auto-rotate asked for one, or the corners of `detect`);
+// failures to standard error as "scrivo: FILE: reason", always naming the
+// file as the user gave it. `detect --json` prints one JSON object (key
+// order kept, corners as [x, y] pairs in the order top-left, bottom-left,
+// bottom-right, top-right, like the data sets the detector is scored on);
+// on failure the object carries "error" and the exit code is 1, so a
+// script can rely on getting JSON either way.
 #include "report.h"
 
 #include <sys/resource.h>
@@ -42,9 +43,15 @@ void ReportScan(const std::string& input, const std::string& output, const Outco
         ReportFailure(input, outcome.error);
         return;
     }
+    std::string turn;
+    if (options.autoRotate) {
+        turn = outcome.turn < 0    ? ", direction unknown"
+               : outcome.turn == 0 ? ", upright"
+                                   : ", rotated " + std::to_string(outcome.turn);
+    }
     Console::Get().Out(input + " -> " + output + " (" + std::to_string(outcome.pageWidth) + "x" +
                        std::to_string(outcome.pageHeight) + ", " + MethodName(options.method) +
-                       "); corners (" + CornerSource(outcome, options.cornersGiven) +
+                       turn + "); corners (" + CornerSource(outcome, options.cornersGiven) +
                        "): " + FormatCorners(outcome.corners) + "\n");
 }
 

@@ -38,6 +38,7 @@
 #include <nlohmann/json.hpp>
 
 #include "engine/client.h"
+#include "eval_capture.h"
 #include "eval_metric.h"
 #include "scrivo/codec.h"
 #include "scrivo/session.h"
@@ -124,42 +125,19 @@ std::vector<Record> ReadTruth(const fs::path& path) {
     return records;
 }
 
-bool ReadFileBytes(const fs::path& path, std::vector<uint8_t>& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
-}
-
 double Since(std::chrono::steady_clock::time_point t0) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
 }
 
 // What one thread needs to run the capture path: the codec components and a
 // session over them.
-class Capture {
+class Capture : public scrivo_eval::CaptureSession {
   public:
-    Capture() {
-        if (AMCM_Create(nullptr, &manager_) != MOK) {
-            manager_ = nullptr;
-            return;
-        }
-        if (MdRegisterJpegComponents(manager_) == MOK) session_ = QvSession_Create(manager_);
-    }
-    ~Capture() {
-        QvSession_Destroy(session_);
-        if (manager_ != nullptr) AMCM_Destroy(manager_);
-    }
-    Capture(const Capture&) = delete;
-    Capture& operator=(const Capture&) = delete;
-
-    bool ready() const { return session_ != nullptr; }
-
     Result Run(const Record& rec, const fs::path& dir) {
         Result res;
         res.record = &rec;
         std::vector<uint8_t> bytes;
-        if (!ReadFileBytes(dir / rec.file, bytes)) {
+        if (!scrivo_eval::ReadFileBytes(dir / rec.file, bytes)) {
             res.note = "cannot read the file";
             return res;
         }
@@ -214,9 +192,6 @@ class Capture {
             if (handle != nullptr) QvSession_ReleaseEngine(session, handle);
         }
     };
-
-    MHAMCM manager_ = nullptr;
-    QvSession* session_ = nullptr;
 };
 
 struct Summary {

@@ -51,6 +51,7 @@
 #include <opencv2/core.hpp>
 
 #include "engine/client.h"
+#include "eval_capture.h"
 #include "eval_paper.h"
 #include "eval_pnm.h"
 #include "eval_text.h"
@@ -176,38 +177,15 @@ cv::Mat GreyIfNeutral(const cv::Mat& img) {
     return grey;
 }
 
-bool ReadFileBytes(const fs::path& path, std::vector<uint8_t>& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
-}
-
 // ---------------------------------------------------------------------------
 // Photographs: decoded by a capture session, rectified by the engine
 
-class Capture {
+class Capture : public scrivo_eval::CaptureSession {
   public:
-    Capture() {
-        if (AMCM_Create(nullptr, &manager_) != MOK) {
-            manager_ = nullptr;
-            return;
-        }
-        if (MdRegisterJpegComponents(manager_) == MOK) session_ = QvSession_Create(manager_);
-    }
-    ~Capture() {
-        QvSession_Destroy(session_);
-        if (manager_ != nullptr) AMCM_Destroy(manager_);
-    }
-    Capture(const Capture&) = delete;
-    Capture& operator=(const Capture&) = delete;
-
-    bool ready() const { return session_ != nullptr; }
-
     // The rectified page, or an empty image with the reason in note.
     cv::Mat Rectify(const Record& rec, const fs::path& dir, std::string& note) {
         std::vector<uint8_t> bytes;
-        if (!ReadFileBytes(dir / rec.file, bytes) || bytes.empty() ||
+        if (!scrivo_eval::ReadFileBytes(dir / rec.file, bytes) || bytes.empty() ||
             bytes.size() > static_cast<size_t>(INT32_MAX)) {
             note = "cannot read the file";
             return cv::Mat();
@@ -231,10 +209,6 @@ class Capture {
         QvSession_ReleaseEngine(session_, engine);
         return page;
     }
-
-  private:
-    MHAMCM manager_ = nullptr;
-    QvSession* session_ = nullptr;
 };
 
 // ---------------------------------------------------------------------------

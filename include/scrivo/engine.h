@@ -118,6 +118,56 @@ SCRIVO_API uint32_t VPRotation(VPHandle handle, tagVPRotateDegree degree, tagVPI
 SCRIVO_API uint32_t VPGetImageFromHandle(VPHandle handle, tagVPImage** out, int32_t which);
 SCRIVO_API uint32_t VPReduceDocuviaClient(VPHandle* handle, int32_t what);
 SCRIVO_API uint32_t VPReleaseDocuviaClient(VPHandle* handle);
+/* Text direction. The engine decides whether the text of the page runs
+ * across or down it and which way up it is, and prepares a rectification
+ * (VPRectifyWithTextLine) that delivers the page upright. A turn is given in
+ * clockwise degrees: 0, 90, 180 or 270, the turn that makes the page as
+ * first straightened (corners in the given order) upright.
+ *
+ * Decision modes (VPGetRectifiedTextImageSizeWithVeterx; the other
+ * operations use VP_TEXT_TURN_ANY): */
+enum {
+    VP_TEXT_TURN_KEEP = 0,      /* no decision: the page as the corners order it */
+    VP_TEXT_TURN_FLIP_ONLY = 1, /* upright or upside down only (0 or 180) */
+    VP_TEXT_TURN_ANY = 2        /* any of the four turns */
+};
+
+/* Looks for the page like VPFindPageVertex (the whole photograph when there
+ * is none), decides the direction on the straightened page and keeps the
+ * upright size and matrix for VPRectifyWithTextLine. 1 when there is
+ * something to rectify (a page was found or the text needs a turn), else 0
+ * (the text-line rectification then copies the photograph). */
+SCRIVO_API uint32_t VPDetectTextDirection(VPHandle handle);
+/* The same, also reporting: the upright width and height; quadA = the page
+ * as found (top-left, bottom-left, bottom-right, top-right of the
+ * photograph); quadB = the same corners starting from the upright page's
+ * top-left, so that rectifying quadB the ordinary way also gives the upright
+ * page; and, when `direction` is not null, the turn in degrees or -1 when
+ * the text direction could not be told (nothing turned). Null arguments
+ * (direction may be null): 0 and nothing written. When the result above is
+ * 0: 0 with the photograph's W x H and (0,0), (0,H), (W,H), (W,0) in both
+ * quadrangles. */
+SCRIVO_API uint32_t VPDetectTextDirectionAndRectifiedImageSize(VPHandle handle, int32_t* width,
+                                                               int32_t* height, tagVPPoint quadA[4],
+                                                               tagVPPoint quadB[4],
+                                                               int32_t* direction);
+/* The decision for the caller's quadrangle (legal, or 0): keeps the upright
+ * size and matrix for VPRectifyWithTextLine in every case, and returns 1
+ * when the text direction was told, 0 when it could not be (the page is
+ * then kept as the corners order it). */
+SCRIVO_API uint32_t VPDetectTextDirectionWithVeterx(VPHandle handle, tagVPPoint quad[4]);
+/* The same with a decision mode, also reporting the upright width and height
+ * and quadOut = the corners starting from the upright page's top-left. A
+ * quadrangle without a plausible rectification, or an unknown mode, gives 0
+ * with W x H and the whole-photograph quadrangle. */
+SCRIVO_API uint32_t VPGetRectifiedTextImageSizeWithVeterx(VPHandle handle, tagVPPoint quad[4],
+                                                          tagVPPoint quadOut[4], int32_t mode,
+                                                          int32_t* width, int32_t* height);
+/* Rectifies with the size and matrix of the last text-direction call (a copy
+ * of the photograph when that asked for none) into `*out`, a record of that
+ * size; the result becomes the client's rectified page. */
+SCRIVO_API uint32_t VPRectifyWithTextLine(VPHandle handle, tagVPImage** out);
+
 SCRIVO_API uint32_t VPResampleImage(tagVPImage** src, tagVPImage** dst, int32_t width,
                                     int32_t height, int32_t smoothing);
 SCRIVO_API uint32_t QvNoteEngine_GetVersion(_tag_QvNoteEnigne_Version* version);

@@ -36,6 +36,28 @@ void RenewView(tagVPImage*& view, const cv::Mat& image) {
     if (!image.empty()) view = CreateVPImageHeadFromCvImage(image);
 }
 
+void DropRectifiedAndEnhanced(VPClient* c) {
+    FreeView(c->rectifiedView);
+    c->rectifiedImage.release();
+    FreeView(c->enhancedView);
+    c->enhancedImage.release();
+    c->rectified = 0;
+}
+
+uint32_t PublishRectified(VPClient* c, tagVPImage* out) {
+    RenewView(c->rectifiedView, c->rectifiedImage);
+    c->rectified = 1;
+    CopyOut(c->rectifiedImage, out);
+    return 1;
+}
+
+uint32_t AbandonRectified(VPClient* c) {
+    c->rectifiedImage.release();
+    FreeView(c->rectifiedView);
+    c->rectified = 0;
+    return 0;
+}
+
 void CopyOut(const cv::Mat& image, tagVPImage* record) {
     if (record == nullptr || record->data == nullptr || image.empty()) return;
     CopyCvImage2VPImageBuffer(image, record);

@@ -50,6 +50,15 @@ void RenewView(tagVPImage*& view, const cv::Mat& image);
 // pixels either (the result of the copy is not reported to the caller).
 void CopyOut(const cv::Mat& image, tagVPImage* record);
 
+// The frame every rectification shares. Before: the previous rectified and
+// enhanced images (and their views) are dropped. After success: the new
+// rectified image is viewed, marked as the one to work on and copied into
+// the caller's record; returns 1. After an exception: it is dropped again;
+// returns 0.
+void DropRectifiedAndEnhanced(VPClient* c);
+uint32_t PublishRectified(VPClient* c, tagVPImage* out);
+uint32_t AbandonRectified(VPClient* c);
+
 // 1 when the quadrangle is convex and not degenerate, else 0 (null: 0).
 int JudgeLeaglueQuadrangle(const tagVPPoint quad[4]);
 // The quadrangle is exactly (0,0), (0,h), (w,h), (w,0).

@@ -179,11 +179,7 @@ uint32_t VPGetRectifiedImageSize(VPHandle handle, tagVPPoint quad[4], int32_t* w
 uint32_t VPRectifyVertexArea(VPHandle handle, tagVPPoint quad[4], tagVPImage** out) {
     if (handle == nullptr || quad == nullptr || out == nullptr || *out == nullptr) return 0;
     VPClient* c = handle;
-    FreeView(c->rectifiedView);
-    c->rectifiedImage.release();
-    FreeView(c->enhancedView);
-    c->enhancedImage.release();
-    c->rectified = 0;
+    DropRectifiedAndEnhanced(c);
     if (!JudgeLeaglueQuadrangle(quad)) return 0;
     try {
         if (TakenAsWholePhotograph(quad, c->source)) {
@@ -197,15 +193,9 @@ uint32_t VPRectifyVertexArea(VPHandle handle, tagVPPoint quad[4], tagVPImage** o
                 c->rectifiedImage = PerspectiveRectifyAndCutImage(c->source, quad);
             if (c->rectifiedImage.empty()) return 0;
         }
-        RenewView(c->rectifiedView, c->rectifiedImage);
-        c->rectified = 1;
-        CopyOut(c->rectifiedImage, *out);
-        return 1;
+        return PublishRectified(c, *out);
     } catch (...) {
-        c->rectifiedImage.release();
-        FreeView(c->rectifiedView);
-        c->rectified = 0;
-        return 0;
+        return AbandonRectified(c);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "scrivo/codec.h"
+#include "vision/textdir/text_pages.h"
 
 namespace fs = std::filesystem;
 
@@ -81,6 +83,45 @@ class ScrivoCli : public ::testing::Test {
         MMemFree(nullptr, data);
         AMCM_Destroy(manager);
         return bytes;
+    }
+
+    // An image (BGR) as JPEG bytes, encoded by the library.
+    std::string EncodeJpeg(const cv::Mat& bgr) {
+        cv::Mat rgba;
+        cv::cvtColor(bgr, rgba, cv::COLOR_BGR2RGBA);
+        MHAMCM manager = nullptr;
+        EXPECT_EQ(AMCM_Create(nullptr, &manager), 0u);
+        EXPECT_EQ(MdRegisterJpegComponents(manager), 0u);
+        MBITMAP bitmap{MPAF_RGBA8888,
+                       rgba.cols,
+                       rgba.rows,
+                       {static_cast<int32_t>(rgba.step), 0, 0},
+                       {rgba.data, nullptr, nullptr}};
+        void* data = nullptr;
+        int32_t size = 0;
+        EXPECT_EQ(MCodec_EncodeData(manager, &bitmap, 92, &data, &size), 0u);
+        std::string bytes(static_cast<const char*>(data), static_cast<size_t>(size));
+        MMemFree(nullptr, data);
+        AMCM_Destroy(manager);
+        return bytes;
+    }
+
+    // Width and height of a JPEG file.
+    cv::Size JpegSize(const fs::path& path) {
+        const std::string bytes = Slurp(path);
+        MHAMCM manager = nullptr;
+        EXPECT_EQ(AMCM_Create(nullptr, &manager), 0u);
+        EXPECT_EQ(MdRegisterJpegComponents(manager), 0u);
+        MBITMAP bitmap{};
+        bitmap.pixelFormat = MPAF_RGBA8888;
+        cv::Size size;
+        if (MCodec_DecodeData(manager, bytes.data(), static_cast<int32_t>(bytes.size()), &bitmap) ==
+            0) {
+            size = cv::Size(bitmap.width, bitmap.height);
+            MdBitmapFree(nullptr, &bitmap);
+        }
+        AMCM_Destroy(manager);
+        return size;
     }
 
     fs::path tool_, dir_;
@@ -228,6 +269,43 @@ TEST_F(ScrivoCli, DetectPrintsJsonAndAnOverlay) {
     r = Scrivo("detect png.jpg --json");
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(nlohmann::json::parse(r.out)["error"], "not a JPEG");
+}
+
+TEST_F(ScrivoCli, AutoRotateTurnsThePageUpright) {
+    // A page lying sideways on a dark table, its top to the photograph's right.
+    const std::array<tagVPPoint, 4> placed{{{1060, 90}, {90, 60}, {120, 700}, {1080, 760}}};
+    Spit(dir_ / "sideways.jpg",
+         EncodeJpeg(textdir_test::Photograph(textdir_test::TextPage(700, 1000), cv::Size(1200, 860),
+                                             placed)));
+    Result r = Scrivo("-v scan sideways.jpg --auto-rotate --enhance grey -o page.jpg");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find(", grey, rotated 270); corners (detected)"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("scrivo: sideways.jpg: text direction: turn 270 clockwise"),
+              std::string::npos)
+        << r.err;
+    EXPECT_NE(r.err.find("scrivo: sideways.jpg: text direction "), std::string::npos);  // timing
+    const cv::Size upright = JpegSize(dir_ / "page.jpg");
+    EXPECT_LT(upright.width, upright.height);
+
+    // Without the flag nothing changes: the page stays sideways, unmentioned.
+    r = Scrivo("scan sideways.jpg --enhance none -o plain.jpg");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out.find("rotated"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("upright"), std::string::npos) << r.out;
+    EXPECT_GT(JpegSize(dir_ / "plain.jpg").width, JpegSize(dir_ / "plain.jpg").height);
+
+    // A photograph that is all page is turned too; a page without text is
+    // left as it is.
+    Spit(dir_ / "all.jpg", EncodeJpeg(textdir_test::Turned(textdir_test::TextPage(600, 840), 1)));
+    r = Scrivo("scan all.jpg --auto-rotate --enhance none -o all.page.jpg");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find(", none, rotated 270)"), std::string::npos) << r.out;
+    const cv::Size all = JpegSize(dir_ / "all.page.jpg");
+    EXPECT_LT(all.width, all.height);
+    Spit(dir_ / "blank.jpg", MakeJpeg(320, 240));
+    r = Scrivo("scan blank.jpg --auto-rotate --enhance none");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find(", none, direction unknown)"), std::string::npos) << r.out;
 }
 
 // In the sanitizer build this is the leak and memory-error check of a whole

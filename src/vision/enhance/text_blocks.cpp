@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
@@ -66,29 +67,34 @@ int JudgeByEdgeContrast(const cv::Mat& grey, VpRect rect, int flag) {
     return JudegByImageSideContrast(crop);
 }
 
-int IsTextImage(const cv::Mat& grey) {
-    if (grey.empty() || grey.type() != CV_8UC1) return 0;
+void ForEachTextBlock(const cv::Mat& grey, const std::function<bool(const VpRect&)>& visit) {
+    if (grey.empty() || grey.type() != CV_8UC1) return;
     cv::Mat edges;
     cv::Canny(grey, edges, 50.0, 150.0, 3);
     cv::dilate(edges, edges, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3)));
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(edges, contours, cv::RETR_LIST, cv::CHAIN_APPROX_SIMPLE);
-
     const VpSize size{grey.cols, grey.rows};
-    std::vector<VpRect> kept;
     for (const auto& contour : contours) {
         const cv::Rect box = cv::boundingRect(contour);
         const VpRect rect{box.x, box.y, box.width, box.height};
         if (JudgeByRectSize(&rect, &size) == 0 || JudgeByEdgeContrast(grey, rect, -1) == 0) {
             continue;
         }
+        if (!visit(rect)) return;
+    }
+}
+
+int IsTextImage(const cv::Mat& grey) {
+    std::vector<VpRect> kept;
+    ForEachTextBlock(grey, [&](const VpRect& rect) {
         const auto same = std::find_if(kept.begin(), kept.end(), [&](const VpRect& r) {
             return std::abs(r.x - rect.x) <= 9 && std::abs(r.y - rect.y) <= 9 &&
                    std::abs(r.width - rect.width) < 20 && std::abs(r.height - rect.height) < 20;
         });
         if (same != kept.end() && same->height < rect.height) kept.erase(same);
         kept.push_back(rect);
-        if (kept.size() > 20) return 1;
-    }
-    return 0;
+        return kept.size() <= 20;
+    });
+    return kept.size() > 20 ? 1 : 0;
 }

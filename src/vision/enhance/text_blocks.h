@@ -2,6 +2,8 @@
 // judgement uses them to decide whether a bright page holds text.
 #pragma once
 
+#include <functional>
+
 #include <opencv2/core.hpp>
 
 #include "vision/detect/geometry.h"
@@ -16,6 +18,11 @@ struct VpRect {
 // 1 when more than 20 text-sized, two-toned blocks are found around the
 // edges of the grey image, else 0.
 int IsTextImage(const cv::Mat& grey);
+
+// Calls `visit` with the bounding box of every edge contour of the grey
+// image that passes both text-block tests, in contour order, until it
+// returns false.
+void ForEachTextBlock(const cv::Mat& grey, const std::function<bool(const VpRect&)>& visit);
 
 // 1 when the rectangle has the size and shape of a text block in an image
 // of the given size: at least 9 px and 1 %, at most 20 % of the image on
