@@ -150,12 +150,6 @@ class LinearEnlarger {
     mutable std::vector<int32_t> column_;
 };
 
-int32_t Median(std::vector<int32_t> v, int32_t fallback) {
-    if (v.empty()) return fallback;
-    std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
-    return v[v.size() / 2];
-}
-
 // A smoothed, filled block grid enlarged to the page size as 8-bit.
 void GridToPlane(cv::Mat grid, cv::Mat known, float fallback, cv::Size size, cv::Mat& plane) {
     if (!FillFromNeighbours(grid, known)) grid.setTo(fallback);
@@ -189,9 +183,9 @@ void CalBackGround(const cv::Mat& Cr, const cv::Mat& Cb, const cv::Mat& Y, cv::M
         }
     }
     PageLevels page;
-    page.paper = Median(greys, static_cast<int32_t>(cv::mean(Y)[0]));
-    page.L1 = Median(crs, 128);
-    page.L2 = Median(cbs, 128);
+    page.paper = BlockPercentile(greys, 50, static_cast<int32_t>(cv::mean(Y)[0]));
+    page.L1 = BlockPercentile(crs, 50, 128);
+    page.L2 = BlockPercentile(cbs, 50, 128);
     GridToPlane(grey, known.clone(), static_cast<float>(page.paper), Y.size(), bgY);
     GridToPlane(cr, known.clone(), 128.0f, Y.size(), bgCr);
     GridToPlane(cb, known, 128.0f, Y.size(), bgCb);

@@ -12,9 +12,21 @@
 // Its counters are C1 paper blocks, C2 text blocks, C3 picture blocks.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include <opencv2/core.hpp>
+
+// The value at `percent` of a list of block values (nearest rank from
+// below); `fallback` for an empty list.
+inline int32_t BlockPercentile(std::vector<int32_t> v, int percent, int32_t fallback) {
+    if (v.empty()) return fallback;
+    const size_t k = std::min(v.size() * static_cast<size_t>(percent) / 100, v.size() - 1);
+    std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(k), v.end());
+    return v[k];
+}
 
 constexpr int32_t kBlockPaper = 0;
 constexpr int32_t kBlockText = 1;

@@ -116,13 +116,6 @@ int32_t Classify(const BlockStats& s) {
     return kBlockPaper;
 }
 
-int32_t Percentile(std::vector<int32_t> v, int percent) {
-    if (v.empty()) return 0;
-    const size_t k = v.size() * static_cast<size_t>(percent) / 100;
-    std::nth_element(v.begin(), v.begin() + std::min(k, v.size() - 1), v.end());
-    return v[std::min(k, v.size() - 1)];
-}
-
 }  // namespace
 
 void PageLayoutAnalysis13(const cv::Mat& Y, const cv::Mat& Cr, const cv::Mat& Cb, int* type,
@@ -181,7 +174,8 @@ void PageLayoutAnalysis13(const cv::Mat& Y, const cv::Mat& Cr, const cv::Mat& Cb
         *type = kPageLight;
     }
     if (uneven != nullptr && !paperGreys.empty()) {
-        *uneven = Percentile(paperGreys, 90) - Percentile(paperGreys, 10) > 10 ? 1 : 0;
+        *uneven =
+            BlockPercentile(paperGreys, 90, 0) - BlockPercentile(paperGreys, 10, 0) > 10 ? 1 : 0;
     }
     if (counters != nullptr) *counters = c;
 }

@@ -53,14 +53,19 @@ int JudegByImageSideContrast(const cv::Mat& binary) {
     return q <= 0.1 || q >= 0.9 ? 1 : 0;
 }
 
-int JudgeByEdgeContrast(const cv::Mat& grey, VpRect rect, int flag) {
-    if (grey.empty() || grey.depth() != CV_8U || grey.channels() != 1) return 0;
+cv::Rect TextBlockCrop(const VpRect& rect, cv::Size image) {
     const int x0 = rect.x >= 1 ? rect.x - 1 : 0;
     const int y0 = rect.y >= 1 ? rect.y - 1 : 0;
-    const int w = std::min(grey.cols - x0, rect.width + 2);
-    const int h = std::min(grey.rows - y0, rect.height + 2);
-    if (x0 >= grey.cols || y0 >= grey.rows || w < 1 || h < 1) return 0;
-    cv::Mat crop = grey(cv::Rect(x0, y0, w, h)).clone();
+    const int w = std::min(image.width - x0, rect.width + 2);
+    const int h = std::min(image.height - y0, rect.height + 2);
+    return cv::Rect(x0, y0, std::max(w, 0), std::max(h, 0));
+}
+
+int JudgeByEdgeContrast(const cv::Mat& grey, VpRect rect, int flag) {
+    if (grey.empty() || grey.depth() != CV_8U || grey.channels() != 1) return 0;
+    const cv::Rect area = TextBlockCrop(rect, grey.size());
+    if (area.x >= grey.cols || area.y >= grey.rows || area.width < 1 || area.height < 1) return 0;
+    cv::Mat crop = grey(area).clone();
     cv::threshold(crop, crop, 180.0, 255.0, cv::THRESH_BINARY | cv::THRESH_OTSU);
     if (JudegByContrast(crop) == 0) return 0;
     if (flag >= 0) return 1;

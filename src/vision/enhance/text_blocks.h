@@ -29,6 +29,10 @@ void ForEachTextBlock(const cv::Mat& grey, const std::function<bool(const VpRect
 // each side, and an aspect between 1:10 and 10:1.
 int JudgeByRectSize(const VpRect* rect, const VpSize* imageSize);
 
+// The rectangle grown by one pixel to the left and top and by two in width
+// and height, cut to the image: the area the contrast test binarises.
+cv::Rect TextBlockCrop(const VpRect& rect, cv::Size image);
+
 // 1 when the rectangle (grown by a pixel) binarised by Otsu's method is
 // two-toned, and, for a negative flag, its border is nearly one tone.
 int JudgeByEdgeContrast(const cv::Mat& grey, VpRect rect, int flag);

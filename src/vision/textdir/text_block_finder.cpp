@@ -31,14 +31,6 @@ namespace {
 constexpr double kMaxEnlargement = 2.0;
 
 // Otsu binary of the block grown by a pixel, as the contrast test cuts it.
-cv::Rect GrownBlock(const VpRect& b, const cv::Size& size) {
-    const int x0 = b.x >= 1 ? b.x - 1 : 0;
-    const int y0 = b.y >= 1 ? b.y - 1 : 0;
-    const int w = std::min(size.width - x0, b.width + 2);
-    const int h = std::min(size.height - y0, b.height + 2);
-    return cv::Rect(x0, y0, std::max(w, 0), std::max(h, 0));
-}
-
 bool BorderIsBright(const cv::Mat& binary) {
     const int w = binary.cols, h = binary.rows;
     int64_t bright = 0, count = 0;
@@ -96,7 +88,7 @@ cv::Mat MakeTextInkMask(const cv::Mat& grey, const std::vector<VpRect>& blocks) 
     if (grey.empty() || grey.type() != CV_8UC1) return ink;
     cv::Mat binary;
     for (const VpRect& b : blocks) {
-        const cv::Rect r = GrownBlock(b, grey.size());
+        const cv::Rect r = TextBlockCrop(b, grey.size());
         if (r.width < 3 || r.height < 3) continue;
         cv::threshold(grey(r), binary, 0.0, 255.0, cv::THRESH_BINARY | cv::THRESH_OTSU);
         if (BorderIsBright(binary)) cv::bitwise_not(binary, binary);
