@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <vector>
 
 #include "scrivo/codec.h"
@@ -44,5 +46,17 @@ class CaptureSession {
     MHAMCM manager_ = nullptr;
     QvSession* session_ = nullptr;
 };
+
+// Makes the tool's capture (a CaptureSession) in `capture` when photographs
+// are wanted; false, with the reason on standard error, when the components
+// cannot be set up.
+template <typename Capture>
+bool OpenCapture(bool wanted, std::optional<Capture>& capture, const char* tool) {
+    if (!wanted) return true;
+    capture.emplace();
+    if (capture->ready()) return true;
+    std::fprintf(stderr, "%s: cannot set up the codec components\n", tool);
+    return false;
+}
 
 }  // namespace scrivo_eval

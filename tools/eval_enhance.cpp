@@ -580,13 +580,7 @@ int main(int argc, char** argv) {
         }
     }
     std::optional<Capture> capture;
-    if (photos) {
-        capture.emplace();
-        if (!capture->ready()) {
-            std::fprintf(stderr, "%s: cannot set up the codec components\n", kTool);
-            return 1;
-        }
-    }
+    if (!scrivo_eval::OpenCapture(photos, capture, kTool)) return 1;
 
     std::printf("%zu %s from %s; paper: %s; methods %s%s%s\n\n", records.size(),
                 photos ? "photographs" : "pages", dir.c_str(),

@@ -394,13 +394,7 @@ int main(int argc, char** argv) {
     }
     if (opt.limit && records.size() > *opt.limit) records.resize(*opt.limit);
     std::optional<Capture> capture;
-    if (photos) {
-        capture.emplace();
-        if (!capture->ready()) {
-            std::fprintf(stderr, "%s: cannot set up the codec components\n", kTool);
-            return 1;
-        }
-    }
+    if (!scrivo_eval::OpenCapture(photos, capture, kTool)) return 1;
     std::printf("%zu %s from %s%s, each turned 0, 90, 180 and 270 degrees\n\n", records.size(),
                 photos ? "photographs" : "pages", dir.c_str(),
                 opt.viaQuadrangle ? " (turned through the corners' order)"
