@@ -13,6 +13,7 @@
 #include <opencv2/core.hpp>
 
 #include "scrivo/engine.h"
+#include "vision/detect/detector.h"
 
 struct VPClient {
     int32_t found = 0;       // the last page-vertex search found a page
@@ -61,8 +62,6 @@ uint32_t AbandonRectified(VPClient* c);
 
 // 1 when the quadrangle is convex and not degenerate, else 0 (null: 0).
 int JudgeLeaglueQuadrangle(const tagVPPoint quad[4]);
-// The quadrangle is exactly (0,0), (0,h), (w,h), (w,0).
-bool IsWholeImageQuadrangle(const tagVPPoint quad[4], int32_t w, int32_t h);
 // The size and rectify operations also take a quadrangle with a zero in the
 // second vertex's y, the third vertex's x or y or the fourth vertex's x for
 // the whole photograph.
@@ -71,16 +70,3 @@ bool HasZeroVertex(const tagVPPoint quad[4]);
 // When the source has been released, the rectified image (or else the
 // enhanced image) becomes the source. 0 when there is nothing to recover.
 int RecoverSource(VPClient* client);
-
-// The size at which the page search looks at a W x H photograph, and the
-// factor that maps a search coordinate back to the photograph.
-struct PageSearchSize {
-    double scale;   // photograph pixels per search pixel
-    int32_t width;  // search image size
-    int32_t height;
-    bool resize;  // false: the photograph itself is searched
-};
-PageSearchSize GetPageSearchSize(int32_t width, int32_t height, bool alwaysResize);
-inline int32_t MapSearchCoordinate(int32_t c, double scale) {
-    return static_cast<int32_t>(0.5 + c * scale);
-}

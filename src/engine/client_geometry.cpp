@@ -37,7 +37,6 @@
 namespace {
 
 constexpr double kLegalTolerance = 20.0;
-constexpr int32_t kSearchMaxSide = 2048;
 
 tem_Point ToTem(const tagVPPoint& p) {
     return tem_Point{p.x, p.y};
@@ -46,27 +45,12 @@ tem_Point ToTem(const tagVPPoint& p) {
 uint32_t SearchPage(VPClient* client, tagVPPoint quad[4], bool alwaysResize, int32_t mode) {
     if (client == nullptr || quad == nullptr) return 0;
     if (!RecoverSource(client)) return 0;
-    const cv::Mat& source = client->source;
-    const PageSearchSize size = GetPageSearchSize(source.cols, source.rows, alwaysResize);
-
     // The mode reaches the detector as its flag byte; mode 0 means no flags.
     unsigned char flag = static_cast<unsigned char>(mode);
     unsigned char* flags = mode != 0 ? &flag : nullptr;
     tem_Point corners[4] = {};
-    int edgeCount = 0;
-    int detected;
-    if (size.resize) {
-        cv::Mat reduced;
-        cv::resize(source, reduced, cv::Size(size.width, size.height), 0.0, 0.0, cv::INTER_LINEAR);
-        detected = GetQuotationSheetEdge(reduced, flags, corners, &edgeCount);
-    } else {
-        detected = GetQuotationSheetEdge(source, flags, corners, &edgeCount);
-    }
-
-    for (auto& c : corners) {
-        c.x = MapSearchCoordinate(c.x, size.scale);
-        c.y = MapSearchCoordinate(c.y, size.scale);
-    }
+    const int detected =
+        FindPageInPhotograph(client->source, alwaysResize, flags, corners, nullptr);
     if (alwaysResize) {
         client->found = detected;
     } else {
@@ -100,11 +84,6 @@ int JudgeLeaglueQuadrangle(const tagVPPoint quad[4]) {
     return 1;
 }
 
-bool IsWholeImageQuadrangle(const tagVPPoint quad[4], int32_t w, int32_t h) {
-    return quad[0].x == 0 && quad[0].y == 0 && quad[1].x == 0 && quad[1].y == h && quad[2].x == w &&
-           quad[2].y == h && quad[3].x == w && quad[3].y == 0;
-}
-
 bool HasZeroVertex(const tagVPPoint quad[4]) {
     return quad[1].y == 0 || quad[2].x == 0 || quad[2].y == 0 || quad[3].x == 0;
 }
@@ -124,17 +103,6 @@ int RecoverSource(VPClient* client) {
     }
     client->rectified = 0;
     return 1;
-}
-
-PageSearchSize GetPageSearchSize(int32_t width, int32_t height, bool alwaysResize) {
-    const int32_t longer = std::max(width, height);
-    if (longer <= kSearchMaxSide) return PageSearchSize{1.0, width, height, alwaysResize};
-    const double s = longer * 0.00048828125;  // longer / 2048
-    auto side = [s](int32_t v) {
-        const int32_t r = static_cast<int32_t>(v / s + 0.5);
-        return std::clamp(r, 1, kSearchMaxSide);
-    };
-    return PageSearchSize{s, side(width), side(height), true};
 }
 
 uint32_t VPFindPageVertex(VPHandle handle, tagVPPoint quad[4]) {

@@ -30,14 +30,6 @@ static_assert(int{VP_TEXT_TURN_KEEP} == int{kTextTurnKeep} &&
 
 namespace {
 
-void WholeQuadrangle(const cv::Mat& source, tagVPPoint quad[4]) {
-    const int32_t w = source.cols, h = source.rows;
-    quad[0] = {0, 0};
-    quad[1] = {0, h};
-    quad[2] = {w, h};
-    quad[3] = {w, 0};
-}
-
 void ForgetDecision(VPClient* c) {
     c->rectifyMatrix.release();
     c->sizeKnown = 0;
@@ -61,7 +53,7 @@ bool DecideOnQuadrangle(VPClient* c, const tagVPPoint quad[4], int32_t mode, tag
     if (c->source.empty() || !JudgeLeaglueQuadrangle(quad)) return false;
     tagVPPoint given[4];
     if (IsWholeImageQuadrangle(quad, c->source.cols, c->source.rows) || HasZeroVertex(quad)) {
-        WholeQuadrangle(c->source, given);
+        WholeImageQuadrangle(c->source.cols, c->source.rows, given);
     } else {
         for (int i = 0; i < 4; ++i) given[i] = quad[i];
     }
@@ -123,8 +115,8 @@ uint32_t VPDetectTextDirectionAndRectifiedImageSize(VPHandle handle, int32_t* wi
         ForgetDecision(c);
         *width = c->source.cols;
         *height = c->source.rows;
-        WholeQuadrangle(c->source, quadA);
-        WholeQuadrangle(c->source, quadB);
+        WholeImageQuadrangle(c->source.cols, c->source.rows, quadA);
+        WholeImageQuadrangle(c->source.cols, c->source.rows, quadB);
     }
     if (direction != nullptr) {
         *direction = decided.confidence == TextConfidence::kNone ? -1 : decided.turn * 90;

@@ -50,7 +50,6 @@
 
 namespace {
 
-constexpr int32_t kSearchMaxSide = 2048;
 constexpr double kMaxEnlargement = 2.0;
 
 struct PageFrame {
@@ -58,22 +57,6 @@ struct PageFrame {
     int32_t width = 0;
     int32_t height = 0;
 };
-
-void WholeQuadrangle(int32_t w, int32_t h, tagVPPoint quad[4]) {
-    quad[0] = {0, 0};
-    quad[1] = {0, h};
-    quad[2] = {w, h};
-    quad[3] = {w, 0};
-}
-
-bool IsWhole(const tagVPPoint quad[4], int32_t w, int32_t h) {
-    tagVPPoint whole[4];
-    WholeQuadrangle(w, h, whole);
-    for (int i = 0; i < 4; ++i) {
-        if (quad[i].x != whole[i].x || quad[i].y != whole[i].y) return false;
-    }
-    return true;
-}
 
 bool UsableSource(const cv::Mat& source) {
     return !source.empty() && source.type() == CV_8UC3;
@@ -88,7 +71,7 @@ PageFrame WholeFrame(const cv::Mat& source) {
 }
 
 bool MakePageFrame(const cv::Mat& source, const tagVPPoint quad[4], PageFrame* frame) {
-    if (IsWhole(quad, source.cols, source.rows)) {
+    if (IsWholeImageQuadrangle(quad, source.cols, source.rows)) {
         *frame = WholeFrame(source);
         return true;
     }
@@ -108,28 +91,10 @@ bool MakePageFrame(const cv::Mat& source, const tagVPPoint quad[4], PageFrame* f
 // The page detector's quadrangle in photograph pixels; false when it found
 // no page.
 bool SearchPage(const cv::Mat& source, tagVPPoint quad[4]) {
-    const int32_t longer = std::max(source.cols, source.rows);
-    double s = 1.0;
-    cv::Mat reduced;
-    if (longer > kSearchMaxSide) {
-        s = longer * 0.00048828125;  // longer / 2048
-        auto side = [s](int32_t v) {
-            return std::clamp(static_cast<int32_t>(v / s + 0.5), 1, kSearchMaxSide);
-        };
-        cv::resize(source, reduced, cv::Size(side(source.cols), side(source.rows)), 0.0, 0.0,
-                   cv::INTER_LINEAR);
-    }
-    const cv::Mat& searched = reduced.empty() ? source : reduced;
     tem_Point corners[4] = {};
-    int edgeCount = 0;
-    if (GetQuotationSheetEdge(searched, nullptr, corners, &edgeCount) != 1) return false;
-    tagVPPoint work[4];
-    for (int i = 0; i < 4; ++i) work[i] = {corners[i].x, corners[i].y};
-    if (IsWhole(work, searched.cols, searched.rows)) return false;
-    for (int i = 0; i < 4; ++i) {
-        quad[i] = {static_cast<int32_t>(0.5 + corners[i].x * s),
-                   static_cast<int32_t>(0.5 + corners[i].y * s)};
-    }
+    bool whole = false;
+    if (FindPageInPhotograph(source, false, nullptr, corners, &whole) != 1 || whole) return false;
+    for (int i = 0; i < 4; ++i) quad[i] = {corners[i].x, corners[i].y};
     return true;
 }
 
@@ -172,8 +137,8 @@ void WriteFallback(const cv::Mat& source, cv::Mat* matrix, int32_t* width, int32
     *matrix = cv::Mat::eye(3, 3, CV_64F);
     *width = w;
     *height = h;
-    if (quadA != nullptr) WholeQuadrangle(w, h, quadA);
-    if (quadB != nullptr) WholeQuadrangle(w, h, quadB);
+    if (quadA != nullptr) WholeImageQuadrangle(w, h, quadA);
+    if (quadB != nullptr) WholeImageQuadrangle(w, h, quadB);
 }
 
 void WriteTurned(const PageFrame& frame, const tagVPPoint quad[4], int32_t turn, cv::Mat* matrix,
@@ -224,7 +189,7 @@ int GetRectifyDirectionAndSize(const cv::Mat& source, cv::Mat* matrix, int32_t* 
     PageFrame frame;
     const bool found = SearchPage(source, page) && MakePageFrame(source, page, &frame);
     if (!found) {
-        WholeQuadrangle(source.cols, source.rows, page);
+        WholeImageQuadrangle(source.cols, source.rows, page);
         frame = WholeFrame(source);
     }
     const TextDirection d = Decide(source, frame, hint);
