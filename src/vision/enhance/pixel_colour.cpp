@@ -171,10 +171,9 @@ void EnhanceColorByPixelWithBuffer(cv::Mat& Y, const cv::Mat& kept, cv::Mat& Cr,
                                    const cv::Mat& bgCr, const cv::Mat& bgCb, int32_t L3, int32_t L4,
                                    int32_t L1, int32_t L2, cv::Mat& flag) {
     if (Cr.empty() || Cr.type() != CV_8UC1) return;
-    for (const cv::Mat* plane :
-         {static_cast<const cv::Mat*>(&Y), &kept, static_cast<const cv::Mat*>(&Cb), &bgCr, &bgCb}) {
-        if (!SamePlane(*plane, Cr)) return;
-    }
+    const bool alike = SamePlane(Y, Cr) && SamePlane(kept, Cr) && SamePlane(Cb, Cr) &&
+                       SamePlane(bgCr, Cr) && SamePlane(bgCb, Cr);
+    if (!alike) return;
     int32_t index[256];
     CalIndex9(index, L3, L4);
     GetBlackFlag(Y, flag);
