@@ -1,9 +1,8 @@
 // The measures of the enhancement evaluation tool: the character error rate
 // of recognised text, the paper statistics, the paper mask estimated from a
-// plain page, and the PNM files it reads and writes.
+// plain page.
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,7 +11,6 @@
 #include <opencv2/imgproc.hpp>
 
 #include "../../tools/eval_paper.h"
-#include "../../tools/eval_pnm.h"
 #include "../../tools/eval_text.h"
 
 namespace {
@@ -123,32 +121,6 @@ TEST(EstimatedPaperMask, FollowsTheLightAndKeepsClearOfInk) {
     // Bare paper is found in the light and in the dim half alike.
     EXPECT_GT(static_cast<double>(farKept) / static_cast<double>(far), 0.97);
     EXPECT_NE(mask.at<uint8_t>(50, 620), 0);  // the dimmest paper, between lines
-}
-
-TEST(PnmFiles, RasterStartsAfterOneSpaceByte) {
-    // make_pages.py writes no comments, but hand-made files do; the raster's
-    // first bytes here look like white space and a comment.
-    std::istringstream in(std::string("P6\n# page\n2 1 # size\n255\n") +
-                          std::string("\n #\x01\x02\x03", 6));
-    const cv::Mat img = scrivo_eval::ReadPnm(in);
-    ASSERT_EQ(img.type(), CV_8UC3);
-    ASSERT_EQ(img.size(), cv::Size(2, 1));
-    EXPECT_EQ(img.at<cv::Vec3b>(0, 0), cv::Vec3b('\n', ' ', '#'));  // order as in the file
-    EXPECT_EQ(img.at<cv::Vec3b>(0, 1), cv::Vec3b(1, 2, 3));
-
-    cv::Mat grey(3, 5, CV_8UC1);
-    cv::randu(grey, 0, 256);
-    std::stringstream io;
-    scrivo_eval::WritePnm(io, grey(cv::Rect(1, 1, 3, 2)));  // rows of a larger image
-    const cv::Mat back = scrivo_eval::ReadPnm(io);
-    ASSERT_EQ(back.type(), CV_8UC1);
-    EXPECT_EQ(cv::norm(back, grey(cv::Rect(1, 1, 3, 2)), cv::NORM_INF), 0.0);
-
-    for (const char* bad : {"P6\n2 1\n255\n\x01\x02\x03", "P5\n2 2\n65535\n", "P3\n1 1\n255\n1 1 1",
-                            "P5\n0 4\n255\n"}) {
-        std::istringstream b(bad);
-        EXPECT_THROW(scrivo_eval::ReadPnm(b), std::runtime_error) << bad;
-    }
 }
 
 }  // namespace
