@@ -3,7 +3,6 @@
 // plain page.
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
