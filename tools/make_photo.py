@@ -3,6 +3,8 @@
 
     make_photo.py --out DIR --count N --seed S [--size WxH] [--hard-fraction F]
                   [--border-fraction F]
+    make_photo.py --out DIR --count N --seed S [--size WxH] --wild [--scenes LIST]
+                  [--border-fraction F]
     make_photo.py --sample [--out DIR]
 
 Rendering model (the modules beside this script hold the details):
@@ -17,7 +19,15 @@ Rendering model (the modules beside this script hold the details):
      Hard cases: a light, low-contrast table, another sheet under the page, a shadow band, a
      fingertip over an edge. Then uneven light (gradient, vignetting, colour cast), lens blur,
      signal-dependent noise, sharpening, and JPEG at quality 85-95.
-  3. photo_exif: a camera-like EXIF APP1 block (byte order chosen per photograph) with a
+  3. --wild (photo_wild and the modules it draws on): harder scenes mixed evenly by kind:
+     patterned fabric, floor tiles and rugs, desks and walls full of straight lines, saturated
+     boards, crumpled paper, a page held up in a hand before foliage, a room, shelves or
+     posters, folded and curled sheets (photo_sheet: the truth is the sheet's outer corners),
+     steep perspective, motion blur, low light and coloured light; about a fifth touch or cross
+     the frame. --scenes restricts the mix: listed backgrounds are the only ones, listed
+     features the only ones and each photograph has one (fabric: plain fabric scenes;
+     folded,dark: folded sheets on dark tables). Surfaces lie in the page's own plane.
+  4. photo_exif: a camera-like EXIF APP1 block (byte order chosen per photograph) with a
      160x120 (120x160 for portrait frames, letter-boxed when the aspect differs) JPEG thumbnail
      of the photograph replaces OpenCV's JFIF header.
 
@@ -25,7 +35,10 @@ Truth: DIR/truth.json = {"count": N, "images": [record, ...]}; a record has file
 corners (top-left, bottom-left, bottom-right, top-right of the page in continuous pixel
 coordinates: pixel (0,0) covers [0,1) x [0,1)), page_size (the flat page in its own pixels),
 tags, text, and how it was made (page, scene, jpeg_quality, exif). Each photograph has its own
-random stream seeded by (seed, index), so a photograph does not change with --count.
+random stream seeded by (seed, index), so a photograph does not change with --count. Wild
+records are tagged bg:<background>, wild, page:<kind>, each feature (hand, folded, curled,
+perspective, motion_blur, low_light, coloured_light, shadow, finger, other_sheet) and border, so
+that an evaluation can report per tag.
 """
 
 import argparse
@@ -43,6 +56,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import photo_exif  # noqa: E402
 import photo_page  # noqa: E402
 import photo_scene  # noqa: E402
+import photo_wild  # noqa: E402
 
 SIZES = [(4000, 3000), (3264, 2448), (1920, 1080), (3000, 4000), (2448, 3264)]
 KINDS = ["a4", "letter", "receipt", "index_card"]
@@ -161,6 +175,51 @@ def make_photo(rng, name, size, hard, border=False, opts=None):
     return jpeg, record
 
 
+def make_wild_photo(rng, name, size, border, names=None):
+    """Renders one photograph of the wild mix (photo_wild). Returns (JPEG bytes, truth record)."""
+    W, H = size
+    out, r = photo_wild.compose(rng, W, H, border, names)
+    feats, bg = r["feats"], r["bg"]
+    low = "low_light" in feats
+    quality = int(rng.integers(72, 91) if low else rng.integers(80, 96))
+    info = camera_info(rng, 9 if low or bg == "dark" else 7)
+    jpeg = cv2.imencode(".jpg", out, [cv2.IMWRITE_JPEG_QUALITY, quality])[1].tobytes()
+    app1 = photo_exif.build_app1(info, W, H, thumbnail(out), bool(rng.integers(2)))
+    jpeg = photo_exif.insert_app1(jpeg, app1)
+    order = photo_wild.FEATURES + photo_wild.OLD_FEATURES
+    tags = ["bg:" + bg, "wild", "page:" + r["page"]["kind"]] + [f for f in order if f in feats]
+    if r["border"]:
+        tags.append("border")
+    record = {
+        "file": name,
+        "width": W,
+        "height": H,
+        "corners": [[round(float(x), 3), round(float(y), 3)] for x, y in r["corners"]],
+        "page_size": [int(r["page_px"][0]), int(r["page_px"][1])],
+        "tags": tags,
+        "text": r["text"],
+        "background": bg,
+        "finger": "finger" in feats,
+        "shadow": "shadow" in feats,
+        "other_sheet": "other_sheet" in feats,
+        "low_contrast": False,
+        "page": r["page"],
+        "scene": r["scene"],
+        "jpeg_quality": quality,
+        "exif": {"datetime": info["datetime"], "make": info["make"], "model": info["model"]},
+    }
+    return jpeg, record
+
+
+def _parse_scenes(text):
+    names = [n.strip() for n in text.split(",") if n.strip()]
+    bad = [n for n in names if n not in photo_wild.NAMES]
+    if bad or not names:
+        raise argparse.ArgumentTypeError("unknown scene name(s) %s; choose from %s" % (
+            ",".join(bad) or "(none)", ",".join(photo_wild.NAMES)))
+    return names
+
+
 def _parse_size(text):
     try:
         w, h = (int(v) for v in text.lower().split("x"))
@@ -194,8 +253,18 @@ def main(argv=None):
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--size", type=_parse_size, help="WxH; default: a mix of phone sizes")
     ap.add_argument("--hard-fraction", type=float, default=0.2)
-    ap.add_argument("--border-fraction", type=float, default=0.0,
-                    help="share of photographs whose page touches or crosses the frame border")
+    ap.add_argument("--border-fraction", type=float, default=None,
+                    help="share of photographs whose page touches or crosses the frame border "
+                         "(default 0, or 0.2 with --wild)")
+    ap.add_argument("--wild", action="store_true",
+                    help="harder scenes: patterned fabric, tiles, rugs, lines, saturated boards, "
+                         "paper, pages in a hand, folded and curled sheets, steep perspective, "
+                         "motion blur, low and coloured light")
+    ap.add_argument("--scenes", type=_parse_scenes, metavar="LIST",
+                    help="comma list restricting the wild mix (implies --wild): listed "
+                         "backgrounds are the only backgrounds, listed features the only "
+                         "features and each photograph has one of them; names: " +
+                         ",".join(photo_wild.NAMES))
     ap.add_argument("--sample", action="store_true", help="write the repo's sample photograph")
     a = ap.parse_args(argv)
     if a.sample:
@@ -204,6 +273,9 @@ def main(argv=None):
         return 0
     if not a.out:
         ap.error("--out is required")
+    wild = a.wild or a.scenes is not None
+    if a.border_fraction is None:
+        a.border_fraction = 0.2 if wild else 0.0
     if a.count < 1 or not 0 <= a.hard_fraction <= 1 or not 0 <= a.border_fraction <= 1:
         ap.error("--count must be >= 1 and the fractions within 0..1")
     os.makedirs(a.out, exist_ok=True)
@@ -211,11 +283,15 @@ def main(argv=None):
     for i in range(a.count):
         rng = np.random.default_rng([a.seed, i])
         size = a.size or SIZES[int(rng.integers(len(SIZES)))]
-        hard = rng.random() < a.hard_fraction
-        border = rng.random() < a.border_fraction
         name = "%04d.jpg" % (i + 1)
         t0 = time.time()
-        jpeg, rec = make_photo(rng, name, size, hard, border)
+        if wild:
+            border = rng.random() < a.border_fraction
+            jpeg, rec = make_wild_photo(rng, name, size, border, a.scenes)
+        else:
+            hard = rng.random() < a.hard_fraction
+            border = rng.random() < a.border_fraction
+            jpeg, rec = make_photo(rng, name, size, hard, border)
         with open(os.path.join(a.out, name), "wb") as f:
             f.write(jpeg)
         records.append(rec)

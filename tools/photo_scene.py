@@ -157,8 +157,12 @@ def table(rng, kind, W, H):
 # Camera geometry
 
 
-def place_page(rng, W, H, page_mm, page_px, coverage, tilt_deg, roll_deg, fov_deg, border):
-    """Page (continuous page pixels) -> photo (continuous pixels) homography and the corners."""
+def place_page(rng, W, H, page_mm, page_px, coverage, tilt_deg, roll_deg, fov_deg, border,
+               camera=False):
+    """Page (continuous page pixels) -> photo (continuous pixels) homography and the corners.
+
+    With camera=True the 3x4 projection P of the page's world (millimetres, page centred on the
+    origin, z = 0 the table) into the photo is returned too, for sheets that do not lie flat."""
     f = (max(W, H) / 2) / math.tan(math.radians(fov_deg) / 2)
     K = np.array([[f, 0, W / 2], [0, f, H / 2], [0, 0, 1]])
     (wmm, hmm), (pw, ph) = page_mm, page_px
@@ -200,6 +204,8 @@ def place_page(rng, W, H, page_mm, page_px, coverage, tilt_deg, roll_deg, fov_de
     Hc = T @ Hc
     quad = project(Hc, corners_px)
     cov = cv2.contourArea(quad.astype(np.float32)) / (W * H)
+    if camera:
+        return Hc, quad, cov, T @ K @ np.column_stack([R, [0, 0, d]])
     return Hc, quad, cov
 
 

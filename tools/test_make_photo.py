@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Quick self-check of make_photo.py: small photographs, their EXIF block and their truth."""
+"""Quick self-check of make_photo.py: small photographs, their EXIF block and their truth, for
+the plain mix and the wild one (folded sheets, pages held in a hand)."""
 
 import json
 import os
@@ -97,6 +98,61 @@ class PhotoTest(unittest.TestCase):
             for name in ("0001.jpg", "0002.jpg", "truth.json"):
                 with open(d + "/a/" + name, "rb") as fa, open(d + "/b/" + name, "rb") as fb:
                     self.assertEqual(fa.read(), fb.read(), name)
+
+
+def _band_means(grey, quad, width=4):
+    """Mean grey in a band just inside and just outside the quadrangle's outline."""
+    m = np.zeros(grey.shape, np.uint8)
+    cv2.fillPoly(m, [np.round(np.asarray(quad) * 16 - 8).astype(np.int32)], 1, cv2.LINE_8, 4)
+    k = np.ones((2 * width + 1, 2 * width + 1), np.uint8)
+    inner = m.astype(bool) & ~cv2.erode(m, k).astype(bool)
+    outer = cv2.dilate(m, k).astype(bool) & ~m.astype(bool)
+    return grey[inner].mean(), grey[outer].mean()
+
+
+class WildTest(unittest.TestCase):
+    def test_wild_photographs(self):
+        """--wild and --scenes: JPEGs with EXIF, tags per feature, corners on the sheet's outer
+        boundary (folded sheets and held pages on a dark ground too), same bytes twice."""
+        with tempfile.TemporaryDirectory() as d:
+            plain = ["--count", "3", "--seed", "3", "--size", "640x480", "--wild"]
+            make_photo.main(["--out", d + "/a"] + plain)
+            make_photo.main(["--out", d + "/b"] + plain)
+            for name in ("0001.jpg", "0002.jpg", "0003.jpg", "truth.json"):
+                with open(d + "/a/" + name, "rb") as fa, open(d + "/b/" + name, "rb") as fb:
+                    self.assertEqual(fa.read(), fb.read(), name)
+            make_photo.main(["--out", d + "/k", "--count", "4", "--seed", "11", "--size",
+                             "640x480", "--scenes", "folded,hand,dark", "--border-fraction", "0"])
+            records = []
+            for sub in ("a", "k"):
+                with open(os.path.join(d, sub, "truth.json")) as f:
+                    records += [(sub, r) for r in json.load(f)["images"]]
+            kinds = set()
+            for sub, r in records:
+                with open(os.path.join(d, sub, r["file"]), "rb") as f:
+                    jpeg = f.read()
+                img = cv2.imdecode(np.frombuffer(jpeg, np.uint8), cv2.IMREAD_COLOR)
+                self.assertEqual(img.shape, (480, 640, 3))
+                self.assertEqual(photo_exif.read_exif(jpeg)["ifd0"][0x010F], r["exif"]["make"])
+                tags = r["tags"]
+                self.assertIn("wild", tags)
+                self.assertIn("bg:" + r["background"], tags)
+                self.assertIn("page:" + r["page"]["kind"], tags)
+                q = np.array(r["corners"])
+                self.assertGreater(_signed_area(q) * _signed_area([[0, 0], [0, 1], [1, 1],
+                                                                   [1, 0]]), 0)
+                if sub == "k":
+                    # A bright sheet on a dark table or wall: bright just inside the truth
+                    # outline, dark just outside, whether the sheet is folded or held.
+                    self.assertEqual(r["background"], "dark")
+                    self.assertTrue({"folded", "hand"} & set(tags), tags)
+                    kinds |= {"folded", "hand"} & set(tags)
+                    self.assertNotIn("border", tags)
+                    self.assertTrue(np.all(q >= 0) and np.all(q <= [640, 480]))
+                    inside, outside = _band_means(cv2.cvtColor(img, cv2.COLOR_BGR2GRAY)
+                                                  .astype(float), q)
+                    self.assertGreater(inside, outside + 50, (r["file"], tags))
+            self.assertEqual(kinds, {"folded", "hand"})
 
 
 if __name__ == "__main__":
