@@ -1,6 +1,7 @@
 // Measures page detection on a folder of photographs with ground truth.
 //
 //   scrivo_eval_detect DIR [--json OUT] [--limit N] [--worst K] [--tag T]
+//                      [--baseline] [--overlays OUTDIR]
 //
 // DIR/truth.json lists the photographs with their true page corners (see
 // eval_metric.h for the score). Each photograph goes the way a capture does:
@@ -15,11 +16,21 @@
 // and the run goes on. --tag keeps only the photographs with that tag,
 // --limit the first N of those.
 //
+// --baseline also runs a plain Hough-line page scanner (hough_baseline.h)
+// on the engine's own decoded pixels, after the engine's search, and scores
+// and times it the same way: an anchor that tells how hard a set is for the
+// textbook steps. --overlays writes OUTDIR/<photograph>.png for every
+// photograph (the true quadrangle in green, ours in red, the baseline's in
+// blue, with the scores) and OUTDIR/worst.png, the K worst by our score on
+// one sheet.
+//
 // Prints, per tag and overall, the count, mean score, the shares at or above
-// 0.90 and 0.95 and the minimum; then the K worst photographs (default 5);
-// then the times per photograph. --json writes every photograph's result.
-// Exit status: 0 after a run, 1 when the JSON file cannot be written, 2 for
-// a usage error or an unreadable truth file.
+// 0.90 and 0.95 and the minimum (with --baseline, then the baseline's mean,
+// its share at or above 0.90 and our lead in mean score); then the K worst
+// photographs (default 5); then the times per photograph (the baseline's
+// too). --json writes every photograph's result (and the baseline's). Exit
+// status: 0 after a run, 1 when the JSON file or a picture cannot be
+// written, 2 for a usage error or an unreadable truth file.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -40,6 +51,9 @@
 #include "engine/client.h"
 #include "eval_capture.h"
 #include "eval_metric.h"
+#include "eval_overlay.h"
+#include "eval_png.h"
+#include "hough_baseline.h"
 #include "scrivo/codec.h"
 #include "scrivo/session.h"
 
@@ -57,6 +71,8 @@ struct Options {
     std::optional<size_t> limit;
     size_t worst = 5;
     std::string tag;
+    bool baseline = false;
+    std::string overlays;
 };
 
 struct Record {
@@ -79,6 +95,12 @@ struct Result {
     double decodeMs = 0.0;
     double detectMs = 0.0;
     std::string note;
+    // The Hough-line scanner on the same pixels (with --baseline).
+    bool baseFound = false;
+    Quad baseQuad{};
+    double baseScore = 0.0;
+    double baseMs = 0.0;
+    cv::Mat overlay;  // with --overlays
 };
 
 Quad ReadCorners(const json& j) {
@@ -133,7 +155,7 @@ double Since(std::chrono::steady_clock::time_point t0) {
 // session over them.
 class Capture : public scrivo_eval::CaptureSession {
   public:
-    Result Run(const Record& rec, const fs::path& dir) {
+    Result Run(const Record& rec, const fs::path& dir, const Options& opt) {
         Result res;
         res.record = &rec;
         std::vector<uint8_t> bytes;
@@ -154,34 +176,73 @@ class Capture : public scrivo_eval::CaptureSession {
             return res;
         }
         res.decoded = true;
+        FindPage(engine.handle, rec, res);
+        const cv::Mat& photo = engine.handle->source;
+        if (opt.baseline) {
+            t0 = std::chrono::steady_clock::now();
+            const std::optional<Quad> quad = scrivo_eval::FindPageByHoughLines(photo);
+            res.baseMs = Since(t0);
+            if (quad) {
+                res.baseFound = true;
+                res.baseQuad = *quad;
+                res.baseScore =
+                    scrivo_eval::ScoreDetection(rec.corners, *quad, rec.pageW, rec.pageH).jaccard;
+            }
+        }
+        if (!opt.overlays.empty()) res.overlay = Overlay(photo, res, opt.baseline);
+        return res;
+    }
+
+  private:
+    // The engine's page-vertex search, timed and scored.
+    void FindPage(VPHandle handle, const Record& rec, Result& res) {
         std::array<tagVPPoint, 4> quad{};
-        t0 = std::chrono::steady_clock::now();
-        const int32_t status = QvSession_FindPageVertex(session_, engine.handle, quad.data(), 4);
+        const auto t0 = std::chrono::steady_clock::now();
+        const int32_t status = QvSession_FindPageVertex(session_, handle, quad.data(), 4);
         res.detectMs = Since(t0);
         if (status != QV_SESSION_OK) {
             res.note = "no page found";
-            return res;
+            return;
         }
         if (IsWholeImageQuadrangle(quad.data(), rec.width, rec.height)) {
             res.note = "whole photograph (no page)";
-            return res;
+            return;
         }
         res.found = true;
         res.detected = quad;
-        Quad s;
-        for (int i = 0; i < 4; ++i) s[i] = cv::Point2d(quad[i].x, quad[i].y);
         const scrivo_eval::Score score =
-            scrivo_eval::ScoreDetection(rec.corners, s, rec.pageW, rec.pageH);
+            scrivo_eval::ScoreDetection(rec.corners, ToQuad(quad), rec.pageW, rec.pageH);
         res.score = score.jaccard;
         res.mirrored = score.mirrored;
         if (!score.problem.empty())
             res.note = score.problem;
         else if (score.mirrored)
             res.note = "corners in mirrored order";
-        return res;
     }
 
-  private:
+    static Quad ToQuad(const std::array<tagVPPoint, 4>& quad) {
+        Quad q;
+        for (int i = 0; i < 4; ++i) q[i] = cv::Point2d(quad[i].x, quad[i].y);
+        return q;
+    }
+
+    // The photograph (R, G, B) with the truth in green, ours in red and the
+    // baseline's corners in blue.
+    static cv::Mat Overlay(const cv::Mat& photo, const Result& res, bool baseline) {
+        char ours[64], base[64];
+        std::snprintf(ours, sizeof ours, "ours %.4f%s", res.score, res.found ? "" : " (none)");
+        std::snprintf(base, sizeof base, "baseline %.4f%s", res.baseScore,
+                      res.baseFound ? "" : " (none)");
+        const Quad detected = ToQuad(res.detected);
+        std::vector<scrivo_eval::OverlayQuad> quads = {
+            {&res.record->corners, cv::Scalar(0, 220, 0), "truth"},
+            {res.found ? &detected : nullptr, cv::Scalar(255, 40, 40), ours}};
+        if (baseline)
+            quads.push_back(
+                {res.baseFound ? &res.baseQuad : nullptr, cv::Scalar(60, 140, 255), base});
+        return scrivo_eval::DrawOverlay(photo, res.record->file, quads);
+    }
+
     struct Engine {
         QvSession* session;
         VPHandle handle;
@@ -256,36 +317,67 @@ TimeStats Stats(std::vector<double> v) {
     return s;
 }
 
-void PrintReport(const std::vector<Result>& results, size_t worst) {
-    Summary all;
-    std::map<std::string, Summary> byTag;
+// The photographs from the lowest score of ours up (ties in run order).
+std::vector<const Result*> WorstFirst(const std::vector<Result>& results) {
+    std::vector<const Result*> order;
+    for (const Result& r : results) order.push_back(&r);
+    std::stable_sort(order.begin(), order.end(),
+                     [](const Result* a, const Result* b) { return a->score < b->score; });
+    return order;
+}
+
+// Our lead over the baseline in mean score, and a word for it; differences
+// under half a hundredth are taken as even.
+const char* Lead(double lead) {
+    return lead >= 0.005 ? "ahead" : (lead <= -0.005 ? "behind" : "even");
+}
+
+void PrintReport(const std::vector<Result>& results, size_t worst, bool baseline) {
+    struct Both {
+        Summary ours, base;
+        void Add(const Result& r) {
+            ours.Add(r.score);
+            base.Add(r.baseScore);
+        }
+    };
+    Both all;
+    std::map<std::string, Both> byTag;
     for (const Result& r : results) {
-        all.Add(r.score);
-        for (const std::string& t : r.record->tags) byTag[t].Add(r.score);
+        all.Add(r);
+        for (const std::string& t : r.record->tags) byTag[t].Add(r);
     }
-    std::printf("%-18s %5s %7s %7s %7s %7s\n", "tag", "count", "mean", ">=0.90", ">=0.95", "min");
-    auto line = [](const std::string& name, const Summary& s) {
-        std::printf("%-18s %5zu %7.4f %6.1f%% %6.1f%% %7.4f\n", name.c_str(), s.count, s.Mean(),
+    std::printf("%-18s %5s %7s %7s %7s %7s", "tag", "count", "mean", ">=0.90", ">=0.95", "min");
+    if (baseline) std::printf("  %8s %7s %8s", "baseline", ">=0.90", "ahead");
+    std::printf("\n");
+    auto line = [baseline](const std::string& name, const Both& b) {
+        const Summary& s = b.ours;
+        std::printf("%-18s %5zu %7.4f %6.1f%% %6.1f%% %7.4f", name.c_str(), s.count, s.Mean(),
                     s.Share(s.at90), s.Share(s.at95), s.count ? s.min : 0.0);
+        if (baseline) {
+            const double lead = s.Mean() - b.base.Mean();
+            std::printf("  %8.4f %6.1f%% %+8.4f %s", b.base.Mean(), b.base.Share(b.base.at90), lead,
+                        Lead(lead));
+        }
+        std::printf("\n");
     };
     line("all", all);
-    for (const auto& [tag, s] : byTag) line(tag, s);
+    for (const auto& [tag, b] : byTag) line(tag, b);
 
-    size_t notFound = 0, undecoded = 0;
+    size_t notFound = 0, undecoded = 0, baseNotFound = 0;
     for (const Result& r : results) {
         if (!r.decoded)
             ++undecoded;
         else if (!r.found)
             ++notFound;
+        if (r.decoded && !r.baseFound) ++baseNotFound;
     }
     std::printf("\nno page found: %zu of %zu", notFound, results.size());
     if (undecoded) std::printf("; not read or not decoded: %zu", undecoded);
     std::printf("\n");
+    if (baseline)
+        std::printf("baseline, no page found: %zu of %zu\n", baseNotFound, results.size());
 
-    std::vector<const Result*> order;
-    for (const Result& r : results) order.push_back(&r);
-    std::stable_sort(order.begin(), order.end(),
-                     [](const Result* a, const Result* b) { return a->score < b->score; });
+    const std::vector<const Result*> order = WorstFirst(results);
     const size_t k = std::min(worst, order.size());
     if (k > 0) std::printf("\nworst %zu:\n", k);
     for (size_t i = 0; i < k; ++i) {
@@ -294,18 +386,25 @@ void PrintReport(const std::vector<Result>& results, size_t worst) {
                     JoinTags(r.record->tags).c_str(), r.note.empty() ? "" : "  ", r.note.c_str());
         std::printf("    true     %s\n", FormatQuad(r.record->corners).c_str());
         if (r.found) std::printf("    detected %s\n", FormatQuad(r.detected).c_str());
+        if (baseline && r.decoded) {
+            std::printf("    baseline %s  %.4f\n",
+                        r.baseFound ? FormatQuad(r.baseQuad).c_str() : "(none)", r.baseScore);
+        }
     }
 
-    std::vector<double> detect, decode;
+    std::vector<double> detect, decode, base;
     for (const Result& r : results) {
         if (!r.decoded) continue;
         detect.push_back(r.detectMs);
         decode.push_back(r.decodeMs);
+        base.push_back(r.baseMs);
     }
-    const TimeStats d = Stats(detect), j = Stats(decode);
+    const TimeStats d = Stats(detect), j = Stats(decode), h = Stats(base);
     std::printf("\ntime per photograph (%zu decoded), ms:\n", detect.size());
     std::printf("  detection  median %8.2f  mean %8.2f  max %8.2f\n", d.median, d.mean, d.max);
     std::printf("  decode     median %8.2f  mean %8.2f  max %8.2f\n", j.median, j.mean, j.max);
+    if (baseline)
+        std::printf("  baseline   median %8.2f  mean %8.2f  max %8.2f\n", h.median, h.mean, h.max);
 }
 
 json QuadJson(const Quad& q) {
@@ -314,7 +413,8 @@ json QuadJson(const Quad& q) {
     return a;
 }
 
-bool WriteJson(const std::string& path, const fs::path& dir, const std::vector<Result>& results) {
+bool WriteJson(const std::string& path, const fs::path& dir, const std::vector<Result>& results,
+               bool baseline) {
     json images = json::array();
     for (const Result& r : results) {
         json j = {{"file", r.record->file},  {"tags", r.record->tags},
@@ -330,6 +430,12 @@ bool WriteJson(const std::string& path, const fs::path& dir, const std::vector<R
             j["detected"] = nullptr;
         }
         if (!r.note.empty()) j["note"] = r.note;
+        if (baseline && r.decoded) {
+            j["baseline"] = {{"found", r.baseFound},
+                             {"score", r.baseScore},
+                             {"detect_ms", r.baseMs},
+                             {"detected", r.baseFound ? QuadJson(r.baseQuad) : json(nullptr)}};
+        }
         images.push_back(std::move(j));
     }
     const json doc = {{"dir", dir.string()}, {"count", results.size()}, {"images", images}};
@@ -351,6 +457,10 @@ int main(int argc, char** argv) {
     app.add_option("--limit", opt.limit, "only the first N photographs (after --tag)");
     app.add_option("--worst", opt.worst, "list the K lowest scores")->capture_default_str();
     app.add_option("--tag", opt.tag, "only the photographs with this tag (e.g. hard, bg:light)");
+    app.add_flag("--baseline", opt.baseline,
+                 "also score a plain Hough-line page scanner on the same photographs");
+    app.add_option("--overlays", opt.overlays,
+                   "write a picture of every detection and worst.png (the K worst) here");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -377,22 +487,49 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "scrivo_eval_detect: cannot set up the codec components\n");
         return 1;
     }
+    const fs::path overlays = opt.overlays;
+    if (!overlays.empty()) {
+        std::error_code ec;
+        fs::create_directories(overlays, ec);
+        if (ec) {
+            std::fprintf(stderr, "scrivo_eval_detect: cannot make %s: %s\n", overlays.c_str(),
+                         ec.message().c_str());
+            return 1;
+        }
+    }
+    bool written = true;
+    auto writePng = [&written](const fs::path& path, const cv::Mat& img) {
+        if (scrivo_eval::WritePng(path, img)) return;
+        std::fprintf(stderr, "scrivo_eval_detect: cannot write %s\n", path.c_str());
+        written = false;
+    };
     std::printf("%zu photographs from %s%s%s\n\n", chosen.size(), opt.dir.c_str(),
                 opt.tag.empty() ? "" : ", tag ", opt.tag.c_str());
     std::vector<Result> results;
     results.reserve(chosen.size());
     for (const Record* rec : chosen) {
-        results.push_back(capture.Run(*rec, opt.dir));
+        results.push_back(capture.Run(*rec, opt.dir, opt));
         const Result& r = results.back();
         if (!r.decoded)
             std::fprintf(stderr, "scrivo_eval_detect: %s: %s (scored 0)\n", rec->file.c_str(),
                          r.note.c_str());
+        if (!r.overlay.empty())
+            writePng(overlays / fs::path(rec->file).filename().replace_extension(".png"),
+                     r.overlay);
     }
-    PrintReport(results, opt.worst);
+    PrintReport(results, opt.worst, opt.baseline);
 
-    if (!opt.jsonOut.empty() && !WriteJson(opt.jsonOut, opt.dir, results)) {
+    if (!overlays.empty()) {
+        std::vector<cv::Mat> tiles;
+        for (const Result* r : WorstFirst(results)) {
+            if (tiles.size() >= opt.worst) break;
+            if (!r->overlay.empty()) tiles.push_back(r->overlay);
+        }
+        if (!tiles.empty()) writePng(overlays / "worst.png", scrivo_eval::ContactSheet(tiles, 3));
+    }
+    if (!opt.jsonOut.empty() && !WriteJson(opt.jsonOut, opt.dir, results, opt.baseline)) {
         std::fprintf(stderr, "scrivo_eval_detect: cannot write %s\n", opt.jsonOut.c_str());
         return 1;
     }
-    return 0;
+    return written ? 0 : 1;
 }
