@@ -4,7 +4,7 @@
     make_photo.py --out DIR --count N --seed S [--size WxH] [--hard-fraction F]
                   [--border-fraction F]
     make_photo.py --out DIR --count N --seed S [--size WxH] --wild [--scenes LIST]
-                  [--border-fraction F]
+                  [--border-fraction F] [--empty-fraction F]
     make_photo.py --sample [--out DIR]
 
 Rendering model (the modules beside this script hold the details):
@@ -175,10 +175,13 @@ def make_photo(rng, name, size, hard, border=False, opts=None):
     return jpeg, record
 
 
-def make_wild_photo(rng, name, size, border, names=None):
-    """Renders one photograph of the wild mix (photo_wild). Returns (JPEG bytes, truth record)."""
+def make_wild_photo(rng, name, size, border, names=None, empty=False):
+    """Renders one photograph of the wild mix (photo_wild). Returns (JPEG bytes, truth record).
+
+    An empty photograph (the scene without its sheet) is tagged "empty"; its corners are where
+    the sheet would have been, and a page search should report no page."""
     W, H = size
-    out, r = photo_wild.compose(rng, W, H, border, names)
+    out, r = photo_wild.compose(rng, W, H, border, names, empty)
     feats, bg = r["feats"], r["bg"]
     low = "low_light" in feats
     quality = int(rng.integers(72, 91) if low else rng.integers(80, 96))
@@ -188,8 +191,10 @@ def make_wild_photo(rng, name, size, border, names=None):
     jpeg = photo_exif.insert_app1(jpeg, app1)
     order = photo_wild.FEATURES + photo_wild.OLD_FEATURES
     tags = ["bg:" + bg, "wild", "page:" + r["page"]["kind"]] + [f for f in order if f in feats]
-    if r["border"]:
+    if r["border"] and not empty:
         tags.append("border")
+    if empty:
+        tags = ["empty", "bg:" + bg, "wild"]
     record = {
         "file": name,
         "width": W,
@@ -265,6 +270,8 @@ def main(argv=None):
                          "backgrounds are the only backgrounds, listed features the only "
                          "features and each photograph has one of them; names: " +
                          ",".join(photo_wild.NAMES))
+    ap.add_argument("--empty-fraction", type=float, default=0.0,
+                    help="with --wild: share of photographs that show the scene without a page")
     ap.add_argument("--sample", action="store_true", help="write the repo's sample photograph")
     a = ap.parse_args(argv)
     if a.sample:
@@ -276,7 +283,8 @@ def main(argv=None):
     wild = a.wild or a.scenes is not None
     if a.border_fraction is None:
         a.border_fraction = 0.2 if wild else 0.0
-    if a.count < 1 or not 0 <= a.hard_fraction <= 1 or not 0 <= a.border_fraction <= 1:
+    if a.count < 1 or not 0 <= a.hard_fraction <= 1 or not 0 <= a.border_fraction <= 1 or \
+            not 0 <= a.empty_fraction <= 1:
         ap.error("--count must be >= 1 and the fractions within 0..1")
     os.makedirs(a.out, exist_ok=True)
     records = []
@@ -287,7 +295,9 @@ def main(argv=None):
         t0 = time.time()
         if wild:
             border = rng.random() < a.border_fraction
-            jpeg, rec = make_wild_photo(rng, name, size, border, a.scenes)
+            # Drawn from a stream of its own, so that the other photographs do not change.
+            empty = np.random.default_rng([a.seed, i, 1]).random() < a.empty_fraction
+            jpeg, rec = make_wild_photo(rng, name, size, border, a.scenes, empty)
         else:
             hard = rng.random() < a.hard_fraction
             border = rng.random() < a.border_fraction

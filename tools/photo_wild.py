@@ -231,8 +231,11 @@ def _light(rng, W, H, feats, rec):
     return cv2.resize(field.astype(np.float32), (W, H), interpolation=cv2.INTER_CUBIC)
 
 
-def compose(rng, W, H, border, names=None):
-    """One photograph of the wild mix: (8-bit BGR image, dict of what the record needs)."""
+def compose(rng, W, H, border, names=None, empty=False):
+    """One photograph of the wild mix: (8-bit BGR image, dict of what the record needs).
+
+    With `empty` the scene is drawn without its sheet (and without the hand that would hold it):
+    a photograph in which a page search must find nothing."""
     bg, feats = choose(rng, names)
     held, persp = "hand" in feats, "perspective" in feats
     kind = str(rng.choice(KINDS, p=KIND_P))
@@ -267,7 +270,8 @@ def compose(rng, W, H, border, names=None):
     if held:
         img, variant = _backdrop(rng, bg, grid, P, W, H, fov, size_mm, True)
         grips = photo_hand.plan(rng, corners, size_mm, W, H)
-        photo_hand.behind(img, grips)
+        if not empty:
+            photo_hand.behind(img, grips)
     else:
         plane = surf.Plane(grid, P[:, [0, 1, 3]], centre)
         if bg == "lines":
@@ -321,12 +325,12 @@ def compose(rng, W, H, border, names=None):
             scene["blind_light"] = grid.up((1 - rng.uniform(0.3, 0.55) * stripe * patch) *
                                            np.where(plane.valid, 1, 0.0) +
                                            np.where(plane.valid, 0, 1.0))
-    if "other_sheet" in feats:
+    if "other_sheet" in feats and not empty:
         photo_scene.other_sheet(rng, img, corners)
     colour, mask, box = sheet.render(page, ss, page_px, P, grid)
     del page
     x0, y0, x1, y1 = box
-    if colour is not None:
+    if colour is not None and not empty:
         if held:
             colour *= np.float32(rng.uniform(0.72, 1.08))
         else:
@@ -335,9 +339,9 @@ def compose(rng, W, H, border, names=None):
         roi = img[y0:y1, x0:x1]
         roi += (colour - roi) * mask[:, :, None]
     del colour, mask
-    if held:
+    if held and not empty:
         photo_hand.front(img, grips, sheet.light[:2])
-    if "finger" in feats:
+    if "finger" in feats and not empty:
         photo_scene.finger(rng, img, corners)
     if "blind_light" in scene:
         img *= scene.pop("blind_light")[:, :, None]
