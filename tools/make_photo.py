@@ -10,7 +10,10 @@
 Rendering model (the modules beside this script hold the details):
   1. photo_page: a sheet of A4, US letter, a till receipt or an index card is drawn flat at
      150-200 dpi (twice that where the photograph will magnify it) with headings, paragraphs,
-     tables, a picture box, marks; its printed lines are the OCR truth.
+     tables, a picture box, marks; its printed lines are the OCR truth. In the wild mix half the
+     A4 and letter sheets are invoices instead (photo_layouts): filled dark table headers with
+     white type, title bands and strips of colour up to the paper's edge, ruled and shaded
+     tables from 60 % of the text width to the whole sheet, a filled TOTAL box, logos.
   2. photo_scene: a pinhole camera (62-75 degree field of view) looks at the page from a tilt of
      up to 22 degrees (30 for hard cases) with a roll of up to 12 degrees, from the distance at
      which the page covers 40-90 % of the frame area (less when the sheet's shape cannot fill
@@ -193,6 +196,8 @@ def make_wild_photo(rng, name, size, border, names=None, empty=False):
     tags = ["bg:" + bg, "wild", "page:" + r["page"]["kind"]] + [f for f in order if f in feats]
     if r["border"] and not empty:
         tags.append("border")
+    if r["page"].get("layout") == "invoice":
+        tags.append("layout:invoice")
     if empty:
         tags = ["empty", "bg:" + bg, "wild"]
     record = {

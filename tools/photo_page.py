@@ -4,9 +4,11 @@ A page is drawn at its own resolution (dpi x the supersampling factor) onto pape
 format: A4 and US letter carry a document layout (heading, date line, paragraphs, sometimes a
 ruled table, a picture box with a caption, a coloured stamp or highlight and a handwritten
 signature), a receipt carries a narrow monospaced till slip, an index card carries a few lines on
-blue rules under a red header rule. Text comes from a small built-in vocabulary so that the tool
-needs no word list; every printed line is returned in reading order as the OCR ground truth
-(handwriting and stamps are not printed text and are left out).
+blue rules under a red header rule. Asked for it, an A4 or letter sheet is printed as an invoice
+instead (photo_layouts: filled table headers, colour bands and strips up to the paper's edge,
+ruled tables, a TOTAL box, a logo); only the wild mix asks. Text comes from a small built-in
+vocabulary so that the tool needs no word list; every printed line is returned in reading order
+as the OCR ground truth (handwriting, stamps and logos are not printed text and are left out).
 
 Fonts: DejaVu TrueType faces through OpenCV's FreeType module when both are present (they look
 like real print); otherwise OpenCV's Hershey vector fonts. Both draw at a baseline origin, so the
@@ -333,11 +335,14 @@ def page_pixels(size_mm, dpi):
     return (int(round(size_mm[0] / 25.4 * dpi)), int(round(size_mm[1] / 25.4 * dpi)))
 
 
-def render_page(rng, kind, size_mm, dpi, ss):
+def render_page(rng, kind, size_mm, dpi, ss, layout=None):
     """Draws one page. Returns (BGR image at dpi*ss, page size at dpi, record, printed lines).
 
     The page's own pixels are those at `dpi`; the image is `ss` times larger so that the camera
-    stage can reduce it with area averaging where the photograph magnifies the page.
+    stage can reduce it with area averaging where the photograph magnifies the page. `layout`
+    "invoice" prints an A4 or letter sheet as an invoice (photo_layouts); without it the random
+    draws are those of the document, receipt and card layouts alone, so that a mix that never
+    asks for an invoice renders the same pages as before invoices existed.
     """
     size = page_pixels(size_mm, dpi)
     mm = dpi * ss / 25.4
@@ -353,10 +358,15 @@ def render_page(rng, kind, size_mm, dpi, ss):
         margins, layout = (4, 5), "receipt"
     elif kind == "index_card":
         margins, layout = (8, 6), "card"
+    elif layout == "invoice":
+        margins = (rng.uniform(14, 24), rng.uniform(12, 20))
     else:
         margins, layout = (rng.uniform(17, 26), rng.uniform(16, 24)), "document"
     wr = _Writer(img, mm, margins, ink)
-    if layout == "document":
+    if layout == "invoice":
+        import photo_layouts  # imports this module: loaded on first use, not at the top
+        font, hand = photo_layouts.invoice(wr, rng)
+    elif layout == "document":
         font, hand = _document(wr, rng)
     elif layout == "receipt":
         font, hand = _receipt(wr, rng)

@@ -11,7 +11,9 @@ and coloured_light. Other features join with a small probability each, the older
 background comes from the new kinds or the old tables (wood, dark, mid, light, cloth, clutter).
 A list of names restricts the mix: listed backgrounds are the only backgrounds, listed features
 the only features (each photograph has one at least). About a fifth of the pages touch or cross
-the frame.
+the frame. Half of the A4 and letter sheets are printed as invoices (photo_layouts: filled table
+headers, colour bands and strips along the paper's edge, ruled tables across the page), whose
+own straight edges are the ones a page search most often takes for the sheet's border.
 
 Scene. The camera of photo_scene.place_page sees the sheet of photo_sheet (flat, folded,
 curled, or gently sagging when held). A table surface is drawn in the sheet's own plane
@@ -54,6 +56,7 @@ EXTRA = {"hand": 0.07, "folded": 0.12, "curled": 0.12, "perspective": 0.1, "moti
          "other_sheet": 0.05}
 KINDS = ["a4", "letter", "receipt", "index_card"]
 KIND_P = [0.38, 0.38, 0.12, 0.12]
+INVOICE_P = 0.5  # share of A4 and letter pages printed as invoices (photo_layouts)
 CASTS = {"pink": (0.95, 0.6, 1.0), "violet": (1.0, 0.55, 0.82), "green": (0.62, 1.0, 0.68),
          "cyan": (1.0, 0.95, 0.55), "blue": (1.0, 0.72, 0.5), "amber": (0.42, 0.72, 1.0),
          "red": (0.5, 0.5, 1.0)}
@@ -263,7 +266,8 @@ def compose(rng, W, H, border, names=None, empty=False):
     scale = float(max(edge_px[0] / page_px[1], edge_px[1] / page_px[0], edge_px[2] / page_px[1],
                       edge_px[3] / page_px[0]))
     ss = 2 if scale > 1.1 else 1
-    page, page_px, page_rec, lines = photo_page.render_page(rng, kind, size_mm, dpi, ss)
+    layout = "invoice" if kind in ("a4", "letter") and rng.random() < INVOICE_P else None
+    page, page_px, page_rec, lines = photo_page.render_page(rng, kind, size_mm, dpi, ss, layout)
     grid = surf.Grid(W, H, max(1, int(round(max(W, H) / 1000))))
     centre = corners.mean(0)
     scene = {}

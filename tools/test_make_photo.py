@@ -1,9 +1,10 @@
 #!/usr/bin/python3
 """Quick self-check of make_photo.py: small photographs, their EXIF block and their truth, for
-the plain mix and the wild one (folded sheets, pages held in a hand)."""
+the plain mix and the wild one (folded sheets, pages held in a hand), and the invoice pages."""
 
 import json
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -16,6 +17,8 @@ import numpy as np
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import make_photo  # noqa: E402
 import photo_exif  # noqa: E402
+import photo_layouts  # noqa: E402
+import photo_page  # noqa: E402
 
 
 def _signed_area(q):
@@ -113,7 +116,8 @@ def _band_means(grey, quad, width=4):
 class WildTest(unittest.TestCase):
     def test_wild_photographs(self):
         """--wild and --scenes: JPEGs with EXIF, tags per feature, corners on the sheet's outer
-        boundary (folded sheets and held pages on a dark ground too), same bytes twice."""
+        boundary (folded sheets and held pages on a dark ground too, unless printed as an
+        invoice), same bytes twice."""
         with tempfile.TemporaryDirectory() as d:
             plain = ["--count", "3", "--seed", "3", "--size", "640x480", "--wild"]
             make_photo.main(["--out", d + "/a"] + plain)
@@ -127,7 +131,7 @@ class WildTest(unittest.TestCase):
             for sub in ("a", "k"):
                 with open(os.path.join(d, sub, "truth.json")) as f:
                     records += [(sub, r) for r in json.load(f)["images"]]
-            kinds = set()
+            kinds, checked = set(), 0
             for sub, r in records:
                 with open(os.path.join(d, sub, r["file"]), "rb") as f:
                     jpeg = f.read()
@@ -149,10 +153,47 @@ class WildTest(unittest.TestCase):
                     kinds |= {"folded", "hand"} & set(tags)
                     self.assertNotIn("border", tags)
                     self.assertTrue(np.all(q >= 0) and np.all(q <= [640, 480]))
+                    if r["page"]["layout"] == "invoice":
+                        continue  # its bars may run to the paper's edge: dark inside as well
                     inside, outside = _band_means(cv2.cvtColor(img, cv2.COLOR_BGR2GRAY)
                                                   .astype(float), q)
                     self.assertGreater(inside, outside + 50, (r["file"], tags))
+                    checked += 1
             self.assertEqual(kinds, {"folded", "hand"})
+            self.assertGreaterEqual(checked, 2)
+            self.assertIn("invoice", {r["page"]["layout"] for _, r in records})
+
+
+class InvoiceTest(unittest.TestCase):
+    def test_invoice_pages(self):
+        """An invoice prints its title and total as text truth and carries filled bars (kept by
+        an opening that no text or rule survives): a TOTAL box on every page, bars across most
+        of the sheet on some. Sheets that are not A4 or letter ignore the request."""
+        mm = 100 / 25.4
+        kernel = np.ones((int(1.5 * mm), int(15 * mm)), np.uint8)
+        widest = []
+        for i in range(6):
+            kind = ("a4", "letter")[i % 2]
+            rng = np.random.default_rng([5, i])
+            img, _, rec, lines = photo_page.render_page(rng, kind, photo_page.FORMATS[kind], 100,
+                                                        1, "invoice")
+            self.assertEqual(rec["layout"], "invoice")
+            self.assertTrue(set(lines) & set(photo_layouts.TITLES), lines)
+            self.assertTrue(any(re.match(r"(TOTAL|Total Due|Balance Due|Amount Due) \$?[\d.]+$",
+                                         t) for t in lines), lines)
+            self.assertTrue(all(t.strip() for t in lines))
+            paper = np.median(img.reshape(-1, 3), 0)
+            strong = (np.abs(img.astype(np.int16) - paper).max(2) > 60).astype(np.uint8)
+            bars = cv2.morphologyEx(strong, cv2.MORPH_OPEN, kernel)
+            n, _, stats, _ = cv2.connectedComponentsWithStats(bars)
+            self.assertGreater(n, 1, i)
+            widest.append(stats[1:, 2].max() / img.shape[1])
+        self.assertGreater(min(widest), 0.12)
+        self.assertGreater(max(widest), 0.95)
+        pages = [photo_page.render_page(np.random.default_rng(3), "receipt", (80.0, 150.0), 100, 1,
+                                        layout) for layout in (None, "invoice")]
+        self.assertEqual(pages[0][2], pages[1][2])
+        self.assertTrue(np.array_equal(pages[0][0], pages[1][0]))
 
 
 if __name__ == "__main__":
