@@ -102,7 +102,8 @@ int SettleQuadrangle(const tem_Point found[4], int32_t width, int32_t height, te
 }
 
 int DetectPageWithPass(const cv::Mat& image, unsigned char* flags, tem_Point corners[4],
-                       int* edgeCount, int* passOut) {
+                       int* edgeCount, int* passOut,
+                       std::vector<std::array<tem_Point, 4>>* candidates) {
     if (passOut != nullptr) *passOut = -1;
     if (corners == nullptr) return 0;
     int localCount = 0;
@@ -119,6 +120,7 @@ int DetectPageWithPass(const cv::Mat& image, unsigned char* flags, tem_Point cor
     detector.source = &image;
     detector.width = width;
     detector.height = height;
+    detector.candidates = candidates;
     const double minArea = kMinPageAreaShare * width * height;
 
     tem_Point found[4] = {};

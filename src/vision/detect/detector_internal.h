@@ -7,6 +7,7 @@
 // OpenCV matrices (colour in BGR order).
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -32,6 +33,9 @@ struct tagNoteDetector {
     int32_t halfHeight = 0;
     cv::Mat cb, cr, y;       // YCrCb planes of the reduced image
     cv::Mat cbEdge, crEdge;  // cleaned chroma Canny edges
+    // When set, the four-line searches add the corners of every legal
+    // candidate they scored, so that a later stage can weigh them too.
+    std::vector<std::array<tem_Point, 4>>* candidates = nullptr;
 };
 
 void InitiNoteDetector(tagNoteDetector* detector);
@@ -49,9 +53,11 @@ constexpr double kMinPageAreaShare = 0.08;
 int SettleQuadrangle(const tem_Point found[4], int32_t width, int32_t height, tem_Point corners[4],
                      int* edgeCount);
 // GetQuotationSheetEdge that also reports the pass (0 or 1) whose search
-// found the page, or -1.
+// found the page, or -1, and (when `candidates` is set) hands over every
+// legal candidate its four-line searches scored.
 int DetectPageWithPass(const cv::Mat& image, unsigned char* flags, tem_Point corners[4],
-                       int* edgeCount, int* passOut);
+                       int* edgeCount, int* passOut,
+                       std::vector<std::array<tem_Point, 4>>* candidates = nullptr);
 
 // ---------------------------------------------------------------------------
 // Reduction and edge preparation.

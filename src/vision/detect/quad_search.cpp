@@ -77,6 +77,11 @@ int FindSquareAreaCommon(tagNoteDetector* detector, const cv::Mat& workImage,
         SetQuardrangleVertexType(&q, W, H);
     }
     QvVP_GetCorrectQuad(candidates.data(), n);
+    if (detector != nullptr && detector->candidates != nullptr)
+        for (const tagQuadrangle& q : candidates)
+            if (q.legal)
+                detector->candidates->push_back(
+                    {q.corners[0], q.corners[1], q.corners[2], q.corners[3]});
 
     // 3. Duplicates by score.
     auto removeDuplicates = [&](int mode) {
