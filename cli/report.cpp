@@ -67,9 +67,13 @@ void ReportDetect(const std::string& input, const std::string& overlay, const Ou
             j["width"] = outcome.width;
             j["height"] = outcome.height;
             j["found"] = outcome.found;
-            nlohmann::ordered_json corners = nlohmann::ordered_json::array();
-            for (const tagVPPoint& p : outcome.corners) corners.push_back({p.x, p.y});
-            j["corners"] = corners;
+            if (outcome.found) {
+                nlohmann::ordered_json corners = nlohmann::ordered_json::array();
+                for (const tagVPPoint& p : outcome.corners) corners.push_back({p.x, p.y});
+                j["corners"] = corners;
+            } else {
+                j["corners"] = nullptr;  // no page: no corners to offer
+            }
             if (!overlay.empty()) j["overlay"] = overlay;
         }
         Console::Get().Out(j.dump() + "\n");
@@ -78,9 +82,9 @@ void ReportDetect(const std::string& input, const std::string& overlay, const Ou
     if (!outcome.ok) return;
     std::string text = input + ": " + std::to_string(outcome.width) + "x" +
                        std::to_string(outcome.height) + ", " +
-                       (outcome.found ? "page found" : "no page found (whole photograph)") + "\n";
+                       (outcome.found ? "page found" : "no page found") + "\n";
     static const char* const kNames[] = {"top-left", "bottom-left", "bottom-right", "top-right"};
-    for (size_t i = 0; i < outcome.corners.size(); ++i) {
+    for (size_t i = 0; outcome.found && i < outcome.corners.size(); ++i) {
         text += "  " + std::string(kNames[i]) + " " + std::to_string(outcome.corners[i].x) + "," +
                 std::to_string(outcome.corners[i].y) + "\n";
     }

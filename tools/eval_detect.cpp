@@ -12,8 +12,9 @@
 //
 // "Not found" is the session's own answer, and also the whole photograph's
 // corners, which the engine gives for a photograph without a page; both
-// score 0. A photograph that cannot be read or decoded scores 0 with a note
-// and the run goes on. --tag keeps only the photographs with that tag,
+// score 0. A photograph tagged "empty" shows no page: there "not found"
+// scores 1 and any quadrangle 0. A photograph that cannot be read or decoded
+// scores 0 with a note and the run goes on. --tag keeps only the photographs with that tag,
 // --limit the first N of those.
 //
 // --baseline also runs a plain Hough-line page scanner (hough_baseline.h)
@@ -83,6 +84,7 @@ struct Record {
     double pageW = 0.0;
     double pageH = 0.0;
     std::vector<std::string> tags;
+    bool empty = false;  // no page in the photograph (tag "empty")
 };
 
 struct Result {
@@ -139,6 +141,7 @@ std::vector<Record> ReadTruth(const fs::path& path) {
             if (!(rec.pageW > 0 && rec.pageH > 0))
                 throw std::runtime_error("page_size not positive");
             if (r.contains("tags")) rec.tags = r.at("tags").get<std::vector<std::string>>();
+            rec.empty = std::find(rec.tags.begin(), rec.tags.end(), "empty") != rec.tags.end();
             records.push_back(std::move(rec));
         } catch (const std::exception& e) {
             throw std::runtime_error("record " + std::to_string(i) + ": " + e.what());
@@ -189,6 +192,10 @@ class Capture : public scrivo_eval::CaptureSession {
                     scrivo_eval::ScoreDetection(rec.corners, *quad, rec.pageW, rec.pageH).jaccard;
             }
         }
+        if (rec.empty) {  // the right answer is no page
+            res.score = res.found ? 0.0 : 1.0;
+            res.baseScore = res.baseFound ? 0.0 : 1.0;
+        }
         if (!opt.overlays.empty()) res.overlay = Overlay(photo, res, opt.baseline);
         return res;
     }
@@ -196,6 +203,7 @@ class Capture : public scrivo_eval::CaptureSession {
   private:
     // The engine's page-vertex search, timed and scored.
     void FindPage(VPHandle handle, const Record& rec, Result& res) {
+        if (rec.empty) res.note = "no page in the photograph";
         std::array<tagVPPoint, 4> quad{};
         const auto t0 = std::chrono::steady_clock::now();
         const int32_t status = QvSession_FindPageVertex(session_, handle, quad.data(), 4);

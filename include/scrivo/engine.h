@@ -101,6 +101,19 @@ typedef struct {
 SCRIVO_API VPHandle VPCreateDocuviaClient(tagVPImage* image);
 SCRIVO_API uint32_t VPFindPageVertex(VPHandle handle, tagVPPoint quad[4]);
 SCRIVO_API uint32_t VPFindPageVertex2(VPHandle handle, tagVPPoint quad[4], int32_t mode);
+/* How VPFindPageVertex and VPFindPageVertex2 search (per engine; the
+ * verified search unless set otherwise):
+ *   VP_PAGE_SEARCH_VERIFIED: the detector's candidates and more compete on
+ *     the evidence that they bound a page; the winner's corners are refined
+ *     on the full-size photograph and may lie outside it when the page runs
+ *     past its frame. No convincing page: the whole photograph with 0.
+ *   VP_PAGE_SEARCH_FIXED_STEPS: the detector's answer alone, unverified and
+ *     unrefined (a photograph without a page comes back as the whole
+ *     photograph, found by VPFindPageVertex's third-corner rule).
+ * Returns 1, or 0 for a null handle or an unknown mode. */
+#define VP_PAGE_SEARCH_VERIFIED 0
+#define VP_PAGE_SEARCH_FIXED_STEPS 1
+SCRIVO_API uint32_t VPSetPageSearch(VPHandle handle, int32_t mode);
 SCRIVO_API uint32_t VPGetRectifiedImageSize(VPHandle handle, tagVPPoint quad[4], int32_t* width,
                                             int32_t* height);
 SCRIVO_API uint32_t VPRectifyVertexArea(VPHandle handle, tagVPPoint quad[4], tagVPImage** out);

@@ -25,6 +25,7 @@ struct VPClient {
     int32_t rectWidth = 0;
     int32_t rectHeight = 0;  // deliberately the width after a size query
     int32_t sizeKnown = 0;
+    int32_t pageSearch = 0;  // VP_PAGE_SEARCH_VERIFIED or VP_PAGE_SEARCH_FIXED_STEPS
     tagVPImage* rectifiedView = nullptr;
     tagVPImage* enhancedView = nullptr;
     tagVPImage* previewView = nullptr;

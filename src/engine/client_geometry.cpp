@@ -7,14 +7,14 @@
 // it into the same area, and no triangle is the whole of it; a tolerance of
 // 20 square pixels absorbs the rounding of integer vertices.
 //
-// Page search: the photograph is searched at a size whose longer side is at
-// most 2048 pixels (scale s = L / 2048 for a longer side L above 2048, else
-// the photograph itself with s = 1); corners come back as int(0.5 + c * s).
-// Success is judged by the third corner alone, not by the detector's answer:
-// the corners are cleared before the detector runs, so a detector that
-// writes nothing reports no page. The page detector in place for now
-// (vision/detect/detector.h) does exactly that, so the search reports no page
-// until real detection lands. VPFindPageVertex2 takes the detector's answer
+// Page search (vision/detect/page_search.cpp): the detector runs on the
+// photograph at a size whose longer side is at most 2048 pixels, and its
+// answer, with more candidates, is verified and refined on the photograph.
+// A page is reported found only when it passes that verification; otherwise
+// the corners are the whole photograph and the result 0. With the fixed
+// steps alone (VPSetPageSearch) the detector's answer comes back as it was,
+// int(0.5 + c * s), and success is judged by the third corner alone, not by
+// the detector's answer. VPFindPageVertex2 takes the detector's answer
 // instead and always searches a resized image (scale 1 for small photos);
 // its mode reaches the detector as the flag byte (mode 0: no flags, as the
 // plain search passes).
@@ -49,9 +49,10 @@ uint32_t SearchPage(VPClient* client, tagVPPoint quad[4], bool alwaysResize, int
     unsigned char flag = static_cast<unsigned char>(mode);
     unsigned char* flags = mode != 0 ? &flag : nullptr;
     tem_Point corners[4] = {};
+    const bool fixedSteps = client->pageSearch == VP_PAGE_SEARCH_FIXED_STEPS;
     const int detected =
-        FindPageInPhotograph(client->source, alwaysResize, flags, corners, nullptr);
-    if (alwaysResize) {
+        FindPageInPhotograph(client->source, alwaysResize, flags, corners, nullptr, fixedSteps);
+    if (alwaysResize || !fixedSteps) {
         client->found = detected;
     } else {
         client->found = (corners[2].x != 0 && corners[2].y != 0) ? 1 : 0;
@@ -111,6 +112,13 @@ uint32_t VPFindPageVertex(VPHandle handle, tagVPPoint quad[4]) {
     } catch (...) {
         return 0;
     }
+}
+
+uint32_t VPSetPageSearch(VPHandle handle, int32_t mode) {
+    if (handle == nullptr) return 0;
+    if (mode != VP_PAGE_SEARCH_VERIFIED && mode != VP_PAGE_SEARCH_FIXED_STEPS) return 0;
+    handle->pageSearch = mode;
+    return 1;
 }
 
 uint32_t VPFindPageVertex2(VPHandle handle, tagVPPoint quad[4], int32_t mode) {

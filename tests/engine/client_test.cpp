@@ -169,10 +169,16 @@ TEST(EngineClient, PageSearchScaleAndSourceRecovery) {
     int32_t w, hh;
     Quad(q, {0, 0, 0, 90, 120, 90, 120, 0});
     VPGetRectifiedImageSize(h, q, &w, &hh);
-    // A photograph without a page: the detector answers with the whole
-    // image, which the vertex search counts as found (its third corner is
-    // not zero), while VPFindPageVertex2 passes on the detector's own 0.
-    // Either search clears the stored size.
+    // A photograph without a page: the verified search answers with the
+    // whole photograph and 0. With the fixed steps alone the detector's
+    // whole image counts as found (its third corner is not zero), while
+    // VPFindPageVertex2 passes on the detector's own 0. Every search clears
+    // the stored size.
+    EXPECT_EQ(VPFindPageVertex(h, q), 0u);
+    EXPECT_EQ(q[2].x * 1000 + q[2].y, 120 * 1000 + 90);
+    EXPECT_EQ(VPSetPageSearch(h, 7), 0u);
+    ASSERT_EQ(VPSetPageSearch(h, VP_PAGE_SEARCH_FIXED_STEPS), 1u);
+    VPGetRectifiedImageSize(h, q, &w, &hh);
     EXPECT_EQ(VPFindPageVertex(h, q), 1u);
     EXPECT_EQ(q[2].x, 120);
     EXPECT_EQ(q[2].y, 90);

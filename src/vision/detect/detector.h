@@ -27,12 +27,29 @@ inline int32_t MapSearchCoordinate(int32_t c, double scale) {
     return static_cast<int32_t>(0.5 + c * scale);
 }
 
-// Searches a full-size photograph: reduced to its search size, corners mapped
-// back to photograph pixels. `whole` (may be null) tells whether the search
-// answered with the whole search image, i.e. found no page. Returns
-// GetQuotationSheetEdge's result.
+// The page search of a full-size photograph. The fixed detector runs on the
+// photograph reduced to its search size; around it, unless `fixedStepsOnly`,
+// its candidates, candidates bounded by long straight edges and a region of
+// paper compete on the evidence that they bound a page, the best is taken
+// when its evidence is convincing, and its corners are refined on the
+// photograph itself (page_search.cpp describes the stages).
+struct PageSearchAnswer {
+    tem_Point corners[4];  // photograph pixels; the whole photograph when no page
+    double exact[4][2];    // the same before rounding
+    bool found;            // a page was found (never the whole photograph)
+    int detectorResult;    // GetQuotationSheetEdge's own result
+    double evidence;       // the chance that the answer is a page (0 with fixedStepsOnly)
+};
+PageSearchAnswer SearchPageInPhotograph(const cv::Mat& photo, bool alwaysResize,
+                                        unsigned char* flags, bool fixedStepsOnly);
+
+// The page search as the engine's callers use it: fills `corners` (the whole
+// photograph when no page is found), sets `whole` (may be null) when no page
+// was found, and returns 1 when a page was found. With `fixedStepsOnly` it is
+// the fixed detector's answer alone, mapped back to the photograph, and
+// returns that detector's result.
 int FindPageInPhotograph(const cv::Mat& photo, bool alwaysResize, unsigned char* flags,
-                         tem_Point corners[4], bool* whole);
+                         tem_Point corners[4], bool* whole, bool fixedStepsOnly = false);
 
 // The quadrangle (0,0), (0,h), (w,h), (w,0), and the test for it.
 void WholeImageQuadrangle(int32_t w, int32_t h, tagVPPoint quad[4]);
