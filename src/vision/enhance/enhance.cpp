@@ -25,7 +25,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "engine/image.h"
+#include "pixel/pixel.h"
 #include "vision/enhance/binarize.h"
 #include "vision/enhance/color_tables.h"
 #include "vision/enhance/document.h"

@@ -16,7 +16,7 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "engine/image.h"
+#include "pixel/pixel.h"
 #include "vision/enhance/color_tables.h"
 #include "vision/enhance/enhance.h"
 

@@ -17,7 +17,7 @@
  */
 #include <cstring>
 
-#include "bridge/session_internal.h"
+#include "scrivo/bitmap.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <iterator>
 #include <map>
 
-#include "bridge/session_internal.h"
-#include "bridge_test_util.h"
+#include "session/session_internal.h"
+#include "support/capture_test_util.h"
 
-using namespace bridgetest;
+using namespace capturetest;
 
 namespace {
 
@@ -132,7 +132,7 @@ TEST(SessionThumbnail, CameraPhotographReadsCleanlyInExiftool) {
     }
 
     if (!std::ifstream("/usr/bin/exiftool")) GTEST_SKIP() << "no exiftool";
-    const std::string out = ::testing::TempDir() + "bridge_exif_page.jpg";
+    const std::string out = ::testing::TempDir() + "session_exif_page.jpg";
     std::ofstream(out, std::ios::binary)
         .write(reinterpret_cast<const char*>(page.data()), std::streamsize(page.size()));
     auto before = ExifTool(src), after = ExifTool(out);

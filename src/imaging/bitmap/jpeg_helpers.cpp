@@ -30,7 +30,7 @@
 
 #include <libyuv.h>
 
-#include "bridge/session_internal.h"
+#include "scrivo/bitmap.h"
 
 namespace {
 

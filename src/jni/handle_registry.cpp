@@ -1,7 +1,7 @@
 // Small-integer engine handles for the host (see handle_registry.h for the
 // reuse policy). Slot i holds id i + 1; a released id goes to the back of a
 // queue and comes back from its front only once the slots are all in use.
-#include "bridge/jni/handle_registry.h"
+#include "jni/handle_registry.h"
 
 namespace scrivo::jni {
 

@@ -25,9 +25,9 @@
 // session as a null engine, which every engine operation refuses.
 #include <cstdint>
 
-#include "bridge/jni/android_api.h"
-#include "bridge/jni/handle_registry.h"
-#include "bridge/jni/jni_bridge.h"
+#include "jni/android_api.h"
+#include "jni/handle_registry.h"
+#include "jni/jni_bridge.h"
 #include "scrivo/platform.h"
 
 namespace scrivo::jni {

@@ -27,7 +27,8 @@
 #include <array>
 #include <cstring>
 
-#include "engine/image.h"
+#include "pixel/pixel.h"
+#include "scrivo/engine.h"
 
 namespace {
 

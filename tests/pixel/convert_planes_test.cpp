@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/image.h"
+#include "pixel/pixel.h"
+#include "scrivo/engine.h"
 
 namespace {
 

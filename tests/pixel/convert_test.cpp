@@ -4,7 +4,8 @@
 
 #include <vector>
 
-#include "engine/image.h"
+#include "pixel/pixel.h"
+#include "scrivo/engine.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 // and the failure paths of each step.
 #include <gtest/gtest.h>
 
-#include "bridge/session_internal.h"
-#include "bridge_test_util.h"
+#include "session/session_internal.h"
+#include "support/capture_test_util.h"
 
-using namespace bridgetest;
+using namespace capturetest;
 
 namespace {
 

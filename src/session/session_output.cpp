@@ -28,12 +28,12 @@
 #include <memory>
 #include <new>
 
-#include "bridge/session_internal.h"
+#include "session/session_internal.h"
 
-using scrivo::bridge::Since;
-using scrivo::bridge::StreamCloser;
+using scrivo::session::Since;
+using scrivo::session::StreamCloser;
 
-namespace scrivo::bridge {
+namespace scrivo::session {
 
 bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels) {
     if (width < 0 || height < 0) return false;
@@ -91,7 +91,7 @@ int32_t EncodePage(QvSession* s, uint8_t* pixels, int32_t width, int32_t height,
     return 1;
 }
 
-}  // namespace scrivo::bridge
+}  // namespace scrivo::session
 
 namespace {
 
@@ -201,7 +201,7 @@ extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine
     int32_t w = 0, h = 0;
     if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return 0;
     std::vector<uint8_t> pixels;
-    if (!scrivo::bridge::AllocPixels(w, h, &pixels)) return 0;
+    if (!scrivo::session::AllocPixels(w, h, &pixels)) return 0;
     tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
     tagVPImage* out = &rec;
     uint32_t t0 = MGetCurTimeStamp();
@@ -209,7 +209,7 @@ extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
     if (!ok) return 0;
     t0 = MGetCurTimeStamp();
-    const int32_t delivered = scrivo::bridge::EncodePage(s, pixels.data(), w, h,
+    const int32_t delivered = scrivo::session::EncodePage(s, pixels.data(), w, h,
                                                          "JNI_GetRectifiedImageData", data, length);
     MLogPrint(MLOG_DEBUG, "QvNote performance native encode cost %d", Since(t0));
     return delivered;
@@ -222,12 +222,12 @@ extern "C" int32_t QvSession_GetEnhancedImageData(QvSession* s, VPHandle engine,
     const int32_t w = s->m_lRectifiedWidth, h = s->m_lRectifiedHeight;
     std::vector<uint8_t> pixels;
     int32_t delivered = 0;
-    if (scrivo::bridge::AllocPixels(w, h, &pixels)) {
+    if (scrivo::session::AllocPixels(w, h, &pixels)) {
         tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
         tagVPImage* out = &rec;
         // A failed enhancement delivers nothing rather than a blank page.
         if (VPEnhancement(engine, method, &out))
-            delivered = scrivo::bridge::EncodePage(s, pixels.data(), w, h,
+            delivered = scrivo::session::EncodePage(s, pixels.data(), w, h,
                                                    "JNI_GetEnhancedImageData", data, length);
     }
     MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImageData out ---->");

@@ -6,7 +6,7 @@
 // refuses the library instead of failing later at the first call.
 #include <jni.h>
 
-#include "bridge/jni/jni_bridge.h"
+#include "jni/jni_bridge.h"
 #include "scrivo/platform.h"
 
 namespace scrivo::jni {

@@ -12,10 +12,11 @@
 
 #include "imaging/codec/test_jpeg.h"
 #include "imaging/exif/exif_test_util.h"
+#include "scrivo/bitmap.h"
 #include "scrivo/exif.h"
 #include "scrivo/session.h"
 
-namespace bridgetest {
+namespace capturetest {
 
 using Bytes = std::vector<uint8_t>;
 
@@ -152,6 +153,6 @@ inline double MeanDiff(const Bytes& a, const Bytes& b) {
     return n ? sum / double(n) : 1e9;
 }
 
-}  // namespace bridgetest
+}  // namespace capturetest
 
 #endif

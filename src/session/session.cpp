@@ -25,10 +25,10 @@
 #include <cstring>
 #include <new>
 
-#include "bridge/session_internal.h"
+#include "session/session_internal.h"
 
-using scrivo::bridge::Since;
-using scrivo::bridge::StreamCloser;
+using scrivo::session::Since;
+using scrivo::session::StreamCloser;
 
 namespace {
 

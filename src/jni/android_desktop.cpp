@@ -21,7 +21,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "bridge/jni/android_api.h"
+#include "jni/android_api.h"
 #include "scrivo/platform.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <immintrin.h>
 #endif
 
-#include "engine/image.h"
+#include "pixel/pixel.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 // not leaked. JNI_Uninit destroys the session before the manager it borrows,
 // then drops the global references; engines the host still holds stay valid
 // and are freed by native_ReleaseEngine.
-#include "bridge/jni/jni_bridge.h"
+#include "jni/jni_bridge.h"
 #include "scrivo/platform.h"
 
 namespace scrivo::jni {

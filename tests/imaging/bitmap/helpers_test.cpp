@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "bridge_test_util.h"
+#include "support/capture_test_util.h"
 
-using namespace bridgetest;
+using namespace capturetest;
 
 namespace {
 

@@ -9,12 +9,13 @@
  * The destructor frees the EXIF block, so every exit path of its owner
  * releases it.
  */
-#ifndef SCRIVO_BRIDGE_SESSION_INTERNAL_H
-#define SCRIVO_BRIDGE_SESSION_INTERNAL_H
+#ifndef SCRIVO_SESSION_SESSION_INTERNAL_H
+#define SCRIVO_SESSION_SESSION_INTERNAL_H
 
 #include <cstdint>
 #include <vector>
 
+#include "scrivo/bitmap.h"
 #include "scrivo/codec.h"
 #include "scrivo/engine.h"
 #include "scrivo/exif.h"
@@ -43,7 +44,7 @@ struct QvSession {
     }
 };
 
-namespace scrivo::bridge {
+namespace scrivo::session {
 
 /* Closes a stream on every exit path. */
 struct StreamCloser {
@@ -79,7 +80,7 @@ int32_t EncodePage(QvSession* session, uint8_t* pixels, int32_t width, int32_t h
 /* Encodes a bitmap as JPEG at `quality` (0: the framework's default save). */
 MRESULT SaveJpeg(MHAMCM manager, MHStream stream, const MBITMAP* bitmap, int32_t quality);
 
-}  // namespace scrivo::bridge
+}  // namespace scrivo::session
 
 /* Makes a thumbnail of the page (longer side 160), puts it into the kept
  * EXIF block in place of the photograph's one (or blanks the old one when

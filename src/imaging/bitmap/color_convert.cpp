@@ -33,7 +33,7 @@
 #include <cstring>
 #include <vector>
 
-#include "bridge/session_internal.h"
+#include "scrivo/bitmap.h"
 
 namespace {
 

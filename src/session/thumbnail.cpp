@@ -20,10 +20,10 @@
 #include <new>
 #include <vector>
 
-#include "bridge/session_internal.h"
+#include "session/session_internal.h"
 
-using scrivo::bridge::Since;
-using scrivo::bridge::StreamCloser;
+using scrivo::session::Since;
+using scrivo::session::StreamCloser;
 
 namespace {
 
@@ -51,7 +51,7 @@ MRESULT RepalceExifInfoThumbnail(QvSession* s, MHStream stream, const MBITMAP* p
     if (tw < 2) tw = 2;
     if (th < 2) th = 2;
     std::vector<uint8_t> pixels;
-    scrivo::bridge::AllocPixels(tw, th, &pixels);
+    scrivo::session::AllocPixels(tw, th, &pixels);
     MBITMAP thumb{};
     thumb.pixelFormat = MPAF_RGBA8888;
     thumb.width = tw;
@@ -70,7 +70,7 @@ MRESULT RepalceExifInfoThumbnail(QvSession* s, MHStream stream, const MBITMAP* p
     int32_t n = 0;
     thumbStream.Reset(MStreamOpenFromMemoryBlock(nullptr, 0));
     if (thumbStream.s) {
-        saveRes = scrivo::bridge::SaveJpeg(s->m_hAMCM, thumbStream.s, &thumb, 0);
+        saveRes = scrivo::session::SaveJpeg(s->m_hAMCM, thumbStream.s, &thumb, 0);
         n = MStreamGetSize(thumbStream.s);
     }
     MLogPrint(MLOG_DEBUG, "RepalceExifInfoThumbnail MdBitmapSave res = %d",
