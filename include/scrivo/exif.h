@@ -74,7 +74,7 @@ SCRIVO_API MRESULT MeReplaceImageSize(uint8_t* block, uint32_t length, uint32_t 
  * the block first (so the block is modified). The file is never shortened:
  * a shorter block is padded with 0xFF bytes inside its APP1 segment. */
 SCRIVO_API MRESULT MeAddExifToJpegFile(MHStream stream, uint8_t* block, uint32_t length);
-/* The reader-level form of MeAddExifToJpegFile; logs its failure. */
+/* The reader-level form of MeAddExifToJpegFile (the caller logs failures). */
 SCRIVO_API MRESULT MExif_AddExifToJpegFile(MHStream stream, uint8_t* block, uint32_t length);
 
 /* Size of the extension block's footer, and its tag. */
@@ -83,7 +83,7 @@ SCRIVO_API MRESULT MExif_AddExifToJpegFile(MHStream stream, uint8_t* block, uint
 
 /* Finds where the JPEG data of the stream ends. With a valid 20-byte "ZQTM"
  * footer at the stream's end (tag, 16-bit little-endian 16, a 32-bit
- * little-endian block length of at least 20 that leaves some bytes in front)
+ * little-endian block length that leaves some bytes in front)
  * *jpegEnd is the block's start and the result 0; otherwise *jpegEnd is the
  * stream size and the result 3. With 0 or 3 the stream is left at its start
  * for the JPEG reader; 2, 4101 and 4102 keep its position. */

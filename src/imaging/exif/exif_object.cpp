@@ -12,7 +12,8 @@
  * stream's position is put back afterwards, whatever the result.
  *
  * Lock hands out the kept bytes (null, 0 when there are none); they stay
- * the reader's. The failure lines are the ones the document path expects.
+ * the reader's. Failures are reported by result code alone: the caller
+ * logs its own line for each.
  */
 #include <new>
 #include <vector>
@@ -78,15 +79,9 @@ MRESULT ReadExifSegment(MHStream stream, std::vector<uint8_t>* out) {
 }  // namespace
 
 MRESULT MExif_Create(MHandle handle, MHExif* exif) {
-    if (exif == nullptr) {
-        MLogPrint(MLOG_DEBUG, "GetExifInfo MExif_Create fail");
-        return MERR_INVALID_PARAM;
-    }
+    if (exif == nullptr) return MERR_INVALID_PARAM;
     *exif = new (std::nothrow) MExifObject;
-    if (*exif == nullptr) {
-        MLogPrint(MLOG_DEBUG, "GetExifInfo MExif_Create fail");
-        return MERR_NO_MEMORY;
-    }
+    if (*exif == nullptr) return MERR_NO_MEMORY;
     (*exif)->memory = handle;
     return MOK;
 }
@@ -110,16 +105,12 @@ MRESULT MExif_InitFromStream(MHExif exif, MHStream stream) {
             if (r == MOK) exif->block.swap(block);
         }
     }
-    if (r != MOK) MLogPrint(MLOG_DEBUG, "GetExifInfo MExif_InitFromStream fail");
     return r;
 }
 
 MRESULT MExif_LockExifData(MHExif exif, uint8_t** data, uint32_t* length) {
-    if (exif == nullptr || data == nullptr || length == nullptr || exif->locked) {
-        MLogPrint(MLOG_DEBUG, "GetExifInfo MExif_LockExifData fail");
-        return exif != nullptr && data != nullptr && length != nullptr ? MERR_UNKNOWN
-                                                                       : MERR_INVALID_PARAM;
-    }
+    if (exif == nullptr || data == nullptr || length == nullptr) return MERR_INVALID_PARAM;
+    if (exif->locked) return MERR_UNKNOWN;
     exif->locked = true;
     *data = exif->block.empty() ? nullptr : exif->block.data();
     *length = static_cast<uint32_t>(exif->block.size());

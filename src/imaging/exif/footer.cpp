@@ -5,9 +5,10 @@
  * block's last 20 bytes are its footer: "ZQTM", a 16-bit little-endian 16,
  * ten bytes not looked at here, and the 32-bit little-endian length of the
  * whole block, footer included, counted back from the end of the file. The
- * footer is believed only when the tag and the 16 match, the length covers
- * at least the footer itself and leaves some JPEG bytes in front (all in
- * 64-bit arithmetic, so no length can wrap). Then the JPEG ends where the
+ * footer is believed only when the tag and the 16 match and the length
+ * leaves some JPEG bytes in front (in 64-bit arithmetic, so no length can
+ * wrap). Any such length is taken, even one under the footer's own size:
+ * the footer marks the block, and the JPEG reader only needs its end. Then the JPEG ends where the
  * block starts (0); otherwise it runs to the end of the stream (3). Only
  * the 20 footer bytes are read, so the search costs the same on any input.
  * The stream is left at its start for the JPEG reader that follows; on a
@@ -34,8 +35,7 @@ MRESULT MeGetJpegDataEnd(MHStream stream, int32_t* jpegEnd) {
                                          (static_cast<uint32_t>(f[18]) << 16) |
                                          (static_cast<uint32_t>(f[19]) << 24);
             const int64_t end = int64_t{size} - blockLength;
-            if (MMemCmp(f, MEXIF_ZQTM_TAG, 4) == 0 && version == 16 &&
-                blockLength >= MEXIF_ZQTM_FOOTER_SIZE && end > 0) {
+            if (MMemCmp(f, MEXIF_ZQTM_TAG, 4) == 0 && version == 16 && end > 0) {
                 *jpegEnd = static_cast<int32_t>(end);
                 return MOK;
             }

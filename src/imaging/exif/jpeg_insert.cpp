@@ -189,7 +189,5 @@ MRESULT MeAddExifToJpegFile(MHStream stream, uint8_t* block, uint32_t length) {
 }
 
 MRESULT MExif_AddExifToJpegFile(MHStream stream, uint8_t* block, uint32_t length) {
-    const MRESULT r = MeAddExifToJpegFile(stream, block, length);
-    if (r != MOK) MLogPrint(MLOG_DEBUG, "SetExifInfo MExif_AddExifToJpegFile fail!!!");
-    return r;
+    return MeAddExifToJpegFile(stream, block, length);
 }
