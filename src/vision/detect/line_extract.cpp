@@ -5,13 +5,16 @@
 // work-image pixels (float32 factor, rounded), segments under 90 pixels are
 // dropped there, and the rest become lines y = a x + c with their two end
 // points. Lines steeper than 45 degrees go to the vertical set, the others
-// (45 included) to the horizontal set. The clean-up then runs in a fixed
+// (45 included) to the horizontal set. The test is on the slope, |a| > 1:
+// converted to degrees with the truncated pi of the angle convention, a
+// slope of exactly 1 would read a hair above 45. For every other slope that
+// integer end points can make the two tests agree. The clean-up then runs in a fixed
 // order against the edge map brought back to work-image size: merge pieces,
 // drop short lines, extend along the edges, merge again, first for the
 // horizontal set and then for the vertical one, and a final wider merge of
 // both. Minimum lengths are 14 % of the width (horizontal) or height
 // (vertical); the second pass over a small image accepts 7 % and 10 %.
-#include <cmath>
+#include <algorithm>
 
 #include <opencv2/imgproc.hpp>
 
@@ -27,7 +30,6 @@ constexpr int kHoughMinLength = 10;
 constexpr int kHoughMaxGap = 2;
 
 constexpr double kMinSegmentLength = 90.0;  // in work-image pixels
-constexpr double kSteepAngle = 45.0;
 constexpr int kSmallImageSide = 1000;
 
 int32_t ScaleCoordinate(int32_t v, float scale) {
@@ -64,9 +66,7 @@ void GetLineFromHoughList2(const cv::Mat& fullEdges, const std::vector<HoughSegm
         if (PointDistance(p, q) < kMinSegmentLength) continue;
         tem_Line* line = MakeLineFromEndPoints(p, q);
         if (line == nullptr) continue;
-        const double angle = std::atan(line->a) * 180.0 / kGeometryPi;
-        ADDLine2LineSet(std::fabs(angle) > kSteepAngle ? vertical : horizontal, line,
-                        kAppendPosition);
+        ADDLine2LineSet(IsHorizontalLine(*line) ? horizontal : vertical, line, kAppendPosition);
     }
 
     const bool lenient = pass == 1 && std::min(W, H) < kSmallImageSide;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
@@ -148,4 +150,21 @@ TEST(HoughLines, AgreesWithOpenCvOnAPageEdgeMap) {
     // The page's four borders are found.
     const cv::Point2d c[4] = {{120, 60}, {90, 450}, {590, 470}, {560, 40}};
     for (int i = 0; i < 4; ++i) EXPECT_GE(Coverage(ours, c[i], c[(i + 1) % 4], 3.5), 0.9) << i;
+}
+
+// Segments are sorted by steepness: 45 degrees exactly is horizontal (the
+// truncated pi of the angle convention must not tip it over), anything
+// steeper is vertical.
+TEST(HoughLines, FortyFiveDegreesIsHorizontal) {
+    auto sort = [](cv::Point p, cv::Point q) {
+        cv::Mat edges = cv::Mat::zeros(300, 300, CV_8UC1);
+        cv::line(edges, p, q, 255, 3);
+        std::unique_ptr<temp_LineSet, void (*)(temp_LineSet*)> h(CreatLineSet(), DeleteLineSet);
+        std::unique_ptr<temp_LineSet, void (*)(temp_LineSet*)> v(CreatLineSet(), DeleteLineSet);
+        GetLineFromHoughList2(edges, {{p.x, p.y, q.x, q.y}}, 1.0f, h.get(), v.get(), 0);
+        return std::make_pair(h->count, v->count);
+    };
+    EXPECT_EQ(sort({50, 50}, {250, 250}), std::make_pair(1, 0));
+    EXPECT_EQ(sort({50, 250}, {250, 50}), std::make_pair(1, 0));
+    EXPECT_EQ(sort({50, 50}, {248, 250}), std::make_pair(0, 1));
 }
