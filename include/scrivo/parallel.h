@@ -8,9 +8,23 @@
  * each id you added exactly once, and give each task its own data (the
  * engine holds no lock while a task runs).
  *
- * Workers ask for the real-time round-robin policy at its highest priority;
- * where the platform refuses that (a desktop without the privilege), a
- * worker prints a notice and runs under the normal policy instead.
+ * Two process-wide settings, safe to change from any thread at any time,
+ * are read when an engine is created:
+ *
+ *  - Real-time workers (mcvParallelSetRealtime). On, workers ask for the
+ *    real-time round-robin policy at its highest priority; where the
+ *    platform refuses that (no real-time privilege), a worker logs
+ *    "[ERROR]Schedpolicy:not SCHED_RR!!" (MLOG_WARN) and runs under the
+ *    ordinary policy instead. Off, workers are ordinary threads that compete
+ *    fairly with the caller's other threads, and nothing is logged. On by
+ *    default in the phone build, off elsewhere.
+ *  - Worker limit (mcvParallelSetThreadLimit). 0, the default, leaves the
+ *    worker count to mcvParallelInit's arguments; N >= 1 caps every engine
+ *    at N workers. The image routes split their work into a fixed number of
+ *    stripes whatever the worker count, so their output never depends on it.
+ *
+ * The engine writes nothing to standard output or standard error: its
+ * messages go to the log facility (MLogPrint).
  */
 #ifndef SCRIVO_PARALLEL_H
 #define SCRIVO_PARALLEL_H
@@ -32,7 +46,8 @@ typedef struct McvEngine* MCVHandle;
 typedef void* (*mcvTaskFunc)(void* argument);
 
 /* wanted 0: one worker per online processor; otherwise
- * min(wanted, configured processors, 16). Null on failure. */
+ * min(wanted, configured processors, 16); either way at most the worker
+ * limit when one is set. Null on failure. */
 SCRIVO_API MCVHandle mcvParallelInit(MHandle memory, int32_t wanted);
 /* Task id >= 0; -1 for a null engine or function; -EINTR (-4) when the
  * queue already holds 32 tasks. Ids run 0 ... 2147483646 and wrap. */
@@ -46,6 +61,15 @@ SCRIVO_API int32_t mcvWaitTask(MCVHandle engine, int32_t id);
 SCRIVO_API int32_t mcvParallelUninit(MCVHandle engine);
 /* The number of worker threads; 0 for a null engine. */
 SCRIVO_API int32_t mcvParallelEngineCores(MCVHandle engine);
+
+/* Whether new engines' workers ask for real-time round-robin scheduling:
+ * 1 yes, 0 no. Returns 0, or -1 (setting unchanged) for any other value. */
+SCRIVO_API int32_t mcvParallelSetRealtime(int32_t enable);
+SCRIVO_API int32_t mcvParallelGetRealtime(void);
+/* Most workers a new engine starts: 0 no limit, N >= 1 at most N. Returns 0,
+ * or -1 (setting unchanged) for a negative limit. */
+SCRIVO_API int32_t mcvParallelSetThreadLimit(int32_t limit);
+SCRIVO_API int32_t mcvParallelGetThreadLimit(void);
 
 /* Switch offline processors on through the kernel's per-CPU "online"
  * files, and later put them back as they were. Need privileges; return 0

@@ -10,7 +10,7 @@
 // takes the head slot, drops the lock and runs the task, so tasks of one
 // engine run concurrently and must touch disjoint data. The finished id is
 // appended to the completion ring; if 32 finished ids are already waiting
-// to be collected, the id is dropped and "Task lost" is printed. Once the
+// to be collected, the id is dropped and "Task lost" is logged. Once the
 // quit flag is up a worker ends at its next look at the queue, even when
 // tasks are still queued: those are dropped, never run.
 //
@@ -22,12 +22,22 @@
 // wake-up could reach a thread waiting for another id and the right one
 // would sleep on.
 //
-// Scheduling. Workers are started with the real-time round-robin policy at
-// its highest priority, as the image routes want the stripes done as soon
-// as possible. A process without real-time privilege (a desktop, a
-// container) is refused that at thread creation; the worker is then started
-// with the default attributes after a one-line notice, so creating an
-// engine never fails for that reason.
+// Scheduling. Only when the host asks (mcvParallelSetRealtime; the phone
+// build asks by default) are workers started with the real-time round-robin
+// policy at its highest priority, so that a phone's stripes finish as soon
+// as possible. Elsewhere that would be harmful: a process that may run
+// real-time (root on a desktop) would have its workers pre-empt the caller's
+// own threads and everything else on the machine. A process without
+// real-time privilege is refused the policy at thread creation; the worker
+// is then started with the default attributes after a one-line log notice,
+// so creating an engine never fails for that reason.
+//
+// Worker count. mcvParallelSetThreadLimit caps every engine created after
+// it, so that a host running several images at once can keep the total
+// number of busy threads within the cores.
+//
+// Quiet. The engine never writes to standard output or standard error (a
+// host may use them for its own results); its two messages go to the log.
 //
 // Memory. The record, the worker table and every worker record come from
 // the caller's memory handle (0 = C heap). A static pool hands out blocks
@@ -47,7 +57,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -68,6 +77,14 @@ constexpr size_t kAlign = alignof(std::max_align_t);
 constexpr long kMaxWorkers = 4096;
 
 std::atomic<ThreadCreator> g_threadCreator{nullptr};
+
+#if defined(SCRIVO_REALTIME_WORKERS_DEFAULT)
+constexpr int32_t kRealtimeDefault = 1;
+#else
+constexpr int32_t kRealtimeDefault = 0;
+#endif
+std::atomic<int32_t> g_realtime{kRealtimeDefault};
+std::atomic<int32_t> g_threadLimit{0};
 
 int CreateThread(pthread_t* thread, const pthread_attr_t* attr, void* (*body)(void*), void* arg) {
     ThreadCreator creator = g_threadCreator.load(std::memory_order_acquire);
@@ -117,10 +134,9 @@ void RecordFinished(McvEngine* e, int32_t id) {
         e->done[(e->doneHead + e->doneCount) % MCV_QUEUE_SLOTS] = id;
         ++e->doneCount;
     } else {
-        // Printed before the count moves, so whoever sees the count has
-        // the line on standard output already.
-        std::fputs("Task lost\n", stdout);
-        std::fflush(stdout);
+        // Logged before the count moves, so whoever sees the count has
+        // had the line already.
+        MLogPrint(MLOG_ERROR, "Task lost");
         ++e->lostCount;
     }
     pthread_mutex_unlock(&e->doneLock);
@@ -148,8 +164,10 @@ void* WorkerMain(void* arg) {
     }
 }
 
-// Starts one worker, preferring round-robin at the policy's top priority.
-bool StartWorker(WorkerSlot* slot) {
+// Starts one worker: an ordinary thread, or when asked for, round-robin at
+// the policy's top priority.
+bool StartWorker(WorkerSlot* slot, bool realtime) {
+    if (!realtime) return CreateThread(&slot->thread, nullptr, WorkerMain, slot->record) == 0;
     int policy = SCHED_OTHER;
     int rc = EPERM;
     pthread_attr_t attr;
@@ -165,9 +183,9 @@ bool StartWorker(WorkerSlot* slot) {
     }
     if (rc == 0) return true;
     // Refused (normally EPERM: no real-time privilege): run under the normal
-    // policy instead. A genuine lack of threads fails again below.
-    std::fputs("[ERROR]Schedpolicy:not SCHED_RR!!\n", stdout);
-    std::fflush(stdout);
+    // policy instead. A genuine lack of threads fails again below. The
+    // engine works on regardless, hence a warning.
+    MLogPrint(MLOG_WARN, "[ERROR]Schedpolicy:not SCHED_RR!!");
     return CreateThread(&slot->thread, nullptr, WorkerMain, slot->record) == 0;
 }
 
@@ -213,8 +231,10 @@ MCVHandle mcvParallelInit(MHandle memory, int32_t wanted) {
     const long configured = std::clamp(sysconf(_SC_NPROCESSORS_CONF), 1L, kMaxWorkers);
     const long online = std::clamp(sysconf(_SC_NPROCESSORS_ONLN), 1L, kMaxWorkers);
     const int32_t processors = static_cast<int32_t>(std::min<long>(configured, MCV_MAX_PROCESSORS));
-    const int32_t workers =
-        wanted == 0 ? static_cast<int32_t>(online) : std::min(processors, wanted);
+    int32_t workers = wanted == 0 ? static_cast<int32_t>(online) : std::min(processors, wanted);
+    const int32_t limit = g_threadLimit.load(std::memory_order_relaxed);
+    if (limit > 0) workers = std::min(workers, limit);
+    const bool realtime = g_realtime.load(std::memory_order_relaxed) != 0;
 
     void* block = AllocAligned(memory, sizeof(McvEngine));
     if (block == nullptr) return nullptr;
@@ -240,7 +260,7 @@ MCVHandle mcvParallelInit(MHandle memory, int32_t wanted) {
         void* record = AllocAligned(memory, sizeof(WorkerRecord));
         if (record != nullptr) {
             e->workers[i].record = new (record) WorkerRecord{i, e};
-            if (StartWorker(&e->workers[i])) continue;
+            if (StartWorker(&e->workers[i], realtime)) continue;
         }
         RaiseQuit(e);
         Release(e, i);
@@ -309,6 +329,26 @@ int32_t mcvParallelUninit(MCVHandle engine) {
 
 int32_t mcvParallelEngineCores(MCVHandle engine) {
     return engine != nullptr ? engine->workerCount : 0;
+}
+
+int32_t mcvParallelSetRealtime(int32_t enable) {
+    if (enable != 0 && enable != 1) return -1;
+    g_realtime.store(enable, std::memory_order_relaxed);
+    return 0;
+}
+
+int32_t mcvParallelGetRealtime(void) {
+    return g_realtime.load(std::memory_order_relaxed);
+}
+
+int32_t mcvParallelSetThreadLimit(int32_t limit) {
+    if (limit < 0) return -1;
+    g_threadLimit.store(limit, std::memory_order_relaxed);
+    return 0;
+}
+
+int32_t mcvParallelGetThreadLimit(void) {
+    return g_threadLimit.load(std::memory_order_relaxed);
 }
 
 }  // extern "C"

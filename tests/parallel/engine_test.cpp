@@ -1,15 +1,19 @@
 // Parallel task engine: stripe work, completion bookkeeping, queue and
-// completion limits, shutdown, failed starts and the real-time fallback.
+// completion limits, shutdown, failed starts, the scheduling and worker-limit
+// settings and the real-time fallback.
 // Tasks that must stay busy block on gates the test opens; nothing sleeps.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "parallel/engine_internal.h"
@@ -62,6 +66,58 @@ std::vector<int32_t> BlockWorkers(MCVHandle e, GatedTask& blocker) {
         ids.push_back(mcvAddTask(e, PassGate, &blocker));
     while (blocker.started < static_cast<int>(ids.size())) std::this_thread::yield();
     return ids;
+}
+
+// Collects the library's log lines while alive; puts the engine settings
+// back to their defaults when done, whatever the test left behind.
+class LogAndSettings {
+  public:
+    LogAndSettings() { MLogSetSink(&Sink, this); }
+    ~LogAndSettings() {
+        MLogSetSink(nullptr, nullptr);
+        mcvParallelSetRealtime(0);
+        mcvParallelSetThreadLimit(0);
+    }
+    std::vector<std::string> Take() {
+        std::lock_guard<std::mutex> lock(mu_);
+        return std::move(lines_);
+    }
+
+  private:
+    static void Sink(int, const char*, const char* line, void* user) {
+        auto* self = static_cast<LogAndSettings*>(user);
+        std::lock_guard<std::mutex> lock(self->mu_);
+        self->lines_.emplace_back(line);
+    }
+    std::mutex mu_;
+    std::vector<std::string> lines_;
+};
+
+// Every worker of the engine reports the policy it runs under: one blocking
+// task per worker, so that no worker takes two.
+std::vector<int> WorkerPolicies(MCVHandle e) {
+    struct Probe {
+        GatedTask gate;
+        std::mutex mu;
+        std::vector<int> policies;
+    } probe;
+    auto read = [](void* arg) -> void* {
+        auto* p = static_cast<Probe*>(arg);
+        int policy = -1;
+        sched_param param{};
+        pthread_getschedparam(pthread_self(), &policy, &param);
+        {
+            std::lock_guard<std::mutex> lock(p->mu);
+            p->policies.push_back(policy);
+        }
+        return PassGate(&p->gate);
+    };
+    std::vector<int32_t> ids;
+    for (int i = 0; i < mcvParallelEngineCores(e); ++i) ids.push_back(mcvAddTask(e, read, &probe));
+    while (probe.gate.started < static_cast<int>(ids.size())) std::this_thread::yield();
+    probe.gate.Open();
+    for (int32_t id : ids) EXPECT_EQ(mcvWaitTask(e, id), 0);
+    return probe.policies;
 }
 
 std::atomic<int> g_threadQuota{0};
@@ -142,10 +198,10 @@ TEST(ParallelEngine, WaitOrderQueueLimitIdWrapAndLostTasks) {
     // lost. The full list is then collected backwards.
     for (int i = 0; i < MCV_QUEUE_SLOTS; ++i) ASSERT_EQ(mcvAddTask(e, RunStripe, &counted), 2 + i);
     Await(e, &sp::EngineSnapshot::completed, MCV_QUEUE_SLOTS);
-    testing::internal::CaptureStdout();
+    LogAndSettings log;
     EXPECT_EQ(mcvAddTask(e, RunStripe, &counted), 2 + MCV_QUEUE_SLOTS);
     Await(e, &sp::EngineSnapshot::lost, 1);
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("Task lost\n"), std::string::npos);
+    EXPECT_EQ(log.Take(), std::vector<std::string>{"Task lost"});
     EXPECT_EQ(counted.runs.load(), 4 + MCV_QUEUE_SLOTS + 1);
     for (int i = MCV_QUEUE_SLOTS - 1; i >= 0; --i) EXPECT_EQ(mcvWaitTask(e, 2 + i), 0);
     EXPECT_EQ(sp::InspectEngine(e).completed, 0);
@@ -183,21 +239,78 @@ TEST(ParallelEngine, NullHandlesAndBadArguments) {
     mcvMemFree(nullptr, nullptr);
 }
 
-// Without real-time privilege every worker prints a notice and starts with
-// the default policy. A failed start must release everything: the leak
-// checkers judge the heap case; in the smallest pool an engine fits in,
-// anything left behind would make the next creation fail.
+const char* const kNotice = "[ERROR]Schedpolicy:not SCHED_RR!!";
+
+// Ordinary workers unless real-time is asked for, even in a process that
+// could have it (root): real-time workers would pre-empt the caller. Asked
+// for, each worker runs round-robin where the process may, and otherwise
+// runs ordinary after a notice in the log.
+TEST(ParallelEngine, WorkersRunRealtimeOnlyWhenAsked) {
+    LogAndSettings log;
+    EXPECT_EQ(mcvParallelGetRealtime(), 0);
+    MCVHandle e = mcvParallelInit(nullptr, 18);
+    ASSERT_NE(e, nullptr);
+    const size_t workers = static_cast<size_t>(mcvParallelEngineCores(e));
+    EXPECT_EQ(WorkerPolicies(e), std::vector<int>(workers, SCHED_OTHER));
+    EXPECT_EQ(mcvParallelUninit(e), 0);
+    EXPECT_EQ(log.Take(), std::vector<std::string>{});
+
+    EXPECT_EQ(mcvParallelSetRealtime(2), -1);
+    EXPECT_EQ(mcvParallelSetRealtime(1), 0);
+    EXPECT_EQ(mcvParallelGetRealtime(), 1);
+    ASSERT_NE(e = mcvParallelInit(nullptr, 18), nullptr);
+    const std::vector<int> policies = WorkerPolicies(e);
+    EXPECT_EQ(mcvParallelUninit(e), 0);
+    const std::vector<std::string> notices = log.Take();
+    if (notices.empty()) {
+        EXPECT_EQ(policies, std::vector<int>(workers, SCHED_RR));
+    } else {
+        EXPECT_EQ(notices, std::vector<std::string>(workers, kNotice));
+        EXPECT_EQ(policies, std::vector<int>(workers, SCHED_OTHER));
+    }
+}
+
+// The limit caps every new engine; 0 lifts it. Stripes still all run.
+TEST(ParallelEngine, ThreadLimitCapsNewEngines) {
+    LogAndSettings settings;
+    const int32_t cores = static_cast<int32_t>(std::clamp(sysconf(_SC_NPROCESSORS_CONF), 1L, 16L));
+    EXPECT_EQ(mcvParallelGetThreadLimit(), 0);
+    EXPECT_EQ(mcvParallelSetThreadLimit(-1), -1);
+    for (const auto& [limit, wanted, expected] :
+         {std::tuple{1, 18, 1}, {1, 0, 1}, {40, 18, cores}, {0, 18, cores}}) {
+        ASSERT_EQ(mcvParallelSetThreadLimit(limit), 0);
+        EXPECT_EQ(mcvParallelGetThreadLimit(), limit);
+        MCVHandle e = mcvParallelInit(nullptr, wanted);
+        ASSERT_NE(e, nullptr);
+        EXPECT_EQ(mcvParallelEngineCores(e), expected);
+        std::vector<int> rows(37, 0);
+        std::vector<Stripe> stripes(18);
+        std::vector<int32_t> ids;
+        for (int i = 0; i < 18; ++i) {
+            stripes[i].rows = rows.data();
+            stripes[i].first = std::min(i * 3, 37);
+            stripes[i].last = std::min(i * 3 + 3, 37);
+            ids.push_back(mcvAddTask(e, RunStripe, &stripes[i]));
+        }
+        for (int32_t id : ids) EXPECT_EQ(mcvWaitTask(e, id), 0);
+        EXPECT_EQ(rows, std::vector<int>(37, 1));
+        EXPECT_EQ(mcvParallelUninit(e), 0);
+    }
+}
+
+// A refused real-time start falls back to an ordinary worker after a log
+// notice. A failed start must release everything: the leak checkers judge
+// the heap case; in the smallest pool an engine fits in, anything left
+// behind would make the next creation fail.
 TEST(ParallelEngine, CreationFallbackAndFailedStarts) {
-    testing::internal::CaptureStdout();
+    LogAndSettings log;
+    mcvParallelSetRealtime(1);
     sp::SetThreadCreatorForTesting(RefuseRealTime);
     MCVHandle e = mcvParallelInit(nullptr, 18);
     sp::SetThreadCreatorForTesting(nullptr);
-    const std::string out = testing::internal::GetCapturedStdout();
     ASSERT_NE(e, nullptr);
     const int workers = mcvParallelEngineCores(e);
-    std::string notices;
-    for (int i = 0; i < workers; ++i) notices += "[ERROR]Schedpolicy:not SCHED_RR!!\n";
-    EXPECT_EQ(out, notices);
+    EXPECT_EQ(log.Take(), std::vector<std::string>(workers, kNotice));
     Stripe counted;
     EXPECT_EQ(mcvWaitTask(e, mcvAddTask(e, RunStripe, &counted)), 0);
     EXPECT_EQ(counted.runs.load(), 1);
@@ -213,7 +326,6 @@ TEST(ParallelEngine, CreationFallbackAndFailedStarts) {
     }
     MHandle pool = MMemMgrCreate(buffer.data(), fit);
     ASSERT_NE(pool, nullptr);
-    testing::internal::CaptureStdout();  // fallback notices of the failing starts
     sp::SetThreadCreatorForTesting(StartWithinQuota);
     for (int allowed : {0, workers - 1}) {
         g_threadQuota = allowed;
@@ -222,7 +334,6 @@ TEST(ParallelEngine, CreationFallbackAndFailedStarts) {
         EXPECT_EQ(mcvParallelInit(pool, 18), nullptr);
     }
     sp::SetThreadCreatorForTesting(nullptr);
-    testing::internal::GetCapturedStdout();
     void* filler = MMemAlloc(pool, 1);  // now the last worker record does not fit
     EXPECT_EQ(mcvParallelInit(pool, 18), nullptr);
     MMemFree(pool, filler);
