@@ -78,10 +78,6 @@ struct Bitmap {
     }
 };
 
-void TakeData(int32_t delivered, uint8_t* data) {
-    if (delivered == 1) QvSession_FreeData(data);
-}
-
 void Capture(QvSession* s, VPHandle engine, uint8_t control, int32_t w, int32_t h) {
     tagVPPoint quad[4] = {{0, 0}, {0, h}, {w, h}, {w, 0}};
     switch (control & 3) {
@@ -109,15 +105,21 @@ void Capture(QvSession* s, VPHandle engine, uint8_t control, int32_t w, int32_t 
     Bitmap rectified(rw, rh, kind);
     QvBitmapAccess access = rectified.Access(kind);
     QvSession_GetRectifiedImage(s, engine, quad, 4, &access);
-    uint8_t* data = nullptr;
+    // A failing step hands out no bytes, whatever its code: what came back
+    // is freed (null is accepted).
+    uint8_t* bytes = nullptr;
     int32_t length = 0;
-    TakeData(QvSession_GetRectifiedImageData(s, engine, quad, 4, &data, &length), data);
+    QvSession_GetRectifiedImageData(s, engine, quad, 4, &bytes, &length);
+    QvSession_FreeData(bytes);
 
     Bitmap enhanced(rw, rh, kind);
     access = enhanced.Access(kind);
     QvSession_GetEnhancedImage(s, engine, (control >> 2) & 7, &access);
-    for (int32_t method = 1; method <= 5; ++method)
-        TakeData(QvSession_GetEnhancedImageData(s, engine, method, &data, &length), data);
+    for (int32_t method = 1; method <= 5; ++method) {
+        bytes = nullptr;
+        QvSession_GetEnhancedImageData(s, engine, method, &bytes, &length);
+        QvSession_FreeData(bytes);
+    }
 }
 
 }  // namespace
