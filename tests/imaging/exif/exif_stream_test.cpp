@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -208,36 +207,4 @@ TEST(ExifInterop, ExiftoolReadsInsertedBlockCleanly) {
         EXPECT_EQ(w * 100 + h, little ? 4030 : 2014);
         std::remove(path.c_str());
     }
-}
-
-// Writes the fuzzers' seed files when SCRIVO_WRITE_FUZZ_SEEDS names the
-// fuzz/seeds folder; otherwise skipped.
-TEST(ExifFuzzSeeds, Write) {
-    const char* dir = std::getenv("SCRIVO_WRITE_FUZZ_SEEDS");
-    if (dir == nullptr) GTEST_SKIP() << "seed writing not asked for";
-    auto put = [&](const std::string& name, const Bytes& b) {
-        std::ofstream(std::string(dir) + "/" + name, std::ios::binary)
-            .write(reinterpret_cast<const char*>(b.data()), static_cast<long>(b.size()));
-    };
-    const Bytes jpeg = EncodeJpeg(8, 8);
-    MRESULT r = 1;
-    const Bytes withExif =
-        Insert(jpeg, BuildExifBlock({true, 3, true, EncodeJpeg(8, 8, true)}), &r);
-    put("exif_fuzz/le_jpeg.jpg", withExif);
-    put("exif_fuzz/be_block.bin", BuildExifBlock({false, 4, true, Bytes(16, 0xFF)}));
-    put("jpeg_insert_fuzz/jfif.bin", [&] {
-        Bytes b(jpeg.size() + 1, 0x10);  // first byte steers the fuzzer
-        std::copy(jpeg.begin(), jpeg.end(), b.begin() + 1);
-        return b;
-    }());
-    put("jpeg_insert_fuzz/exif.bin", [&] {
-        Bytes b(withExif.size() + 1, 0xF0);  // first byte steers the fuzzer
-        std::copy(withExif.begin(), withExif.end(), b.begin() + 1);
-        return b;
-    }());
-    Bytes footer = jpeg;
-    const uint8_t tail[20] = {'Z', 'Q', 'T', 'M', 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 28, 0, 0, 0};
-    footer.insert(footer.end(), 8, 0xEE);
-    footer.insert(footer.end(), tail, tail + 20);
-    put("footer_fuzz/footer.bin", footer);
 }
