@@ -15,6 +15,7 @@
 #endif
 
 #include "pixel/pixel.h"
+#include "platform/cpu_features.h"
 
 namespace {
 
@@ -456,6 +457,7 @@ const RowKernels* KernelsFor(PlaneKernel kernel) {
     switch (kernel) {
         case PlaneKernel::kAuto: {
             static const RowKernels* const best = [] {
+                if (scrivo::platform::Cpu().referenceOnly) return &kReferenceKernels;
                 for (PlaneKernel k : {PlaneKernel::kAvx2, PlaneKernel::kSse2}) {
                     if (const RowKernels* found = KernelsFor(k)) return found;
                 }
@@ -475,7 +477,7 @@ const RowKernels* KernelsFor(PlaneKernel kernel) {
 #endif
         case PlaneKernel::kAvx2:
 #if defined(SCRIVO_PLANES_AVX2)
-            return __builtin_cpu_supports("avx2") ? &kAvx2Kernels : nullptr;
+            return scrivo::platform::Cpu().avx2 ? &kAvx2Kernels : nullptr;
 #else
             return nullptr;
 #endif

@@ -30,6 +30,7 @@
 #endif
 
 #include "imaging/jpeg/jpeg_internal.h"
+#include "platform/cpu_features.h"
 
 namespace scrivo::jpeg {
 
@@ -193,10 +194,9 @@ __attribute__((target("avx2,avx512f,avx512bw"))) uint64_t BlockCodeFloatAvx512(c
 }
 
 int DetectLevel() {
-    __builtin_cpu_init();
-    if (!__builtin_cpu_supports("avx2")) return 0;
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw")) return 2;
-    return 1;
+    const scrivo::platform::CpuFeatures& cpu = scrivo::platform::Cpu();
+    if (cpu.referenceOnly || !cpu.avx2) return 0;
+    return cpu.avx512bw ? 2 : 1;
 }
 #endif
 

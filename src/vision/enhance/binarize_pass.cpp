@@ -19,6 +19,7 @@
 // margin is painted, as the tile loop would (it could not advance).
 #include <vector>
 
+#include "platform/cpu_features.h"
 #include "vision/enhance/binarize.h"
 #include "vision/enhance/binarize_internal.h"
 
@@ -131,18 +132,13 @@ __attribute__((target("avx2"))) void PassAvx2(const cv::Mat& src, cv::Mat& dst, 
                                               int32_t K, const int32_t* table, PassBuffers& b) {
     PassBody(src, dst, h, shift, K, table, b);
 }
-#endif
 
-// Chosen once per process; an explicit choice rather than a load-time
-// resolver, which would run before a sanitizer's runtime is ready.
+// Chosen once per process (platform/cpu_features.h).
 bool UseAvx2() {
-#ifdef SCRIVO_HAVE_AVX2_PASS
-    static const bool avx2 = __builtin_cpu_supports("avx2");
-    return avx2;
-#else
-    return false;
-#endif
+    const scrivo::platform::CpuFeatures& cpu = scrivo::platform::Cpu();
+    return cpu.avx2 && !cpu.referenceOnly;
 }
+#endif
 
 }  // namespace
 

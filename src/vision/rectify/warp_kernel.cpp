@@ -43,11 +43,15 @@
 //  * The reads follow a slanted line across the photograph's rows, which
 //    hardware prefetchers do not predict; the next output row reads almost
 //    the same places one source row on, so each read prefetches that.
+//
+// Under the reference switch (platform/cpu_features.h), kBest runs the
+// reference itself; kBaseline is an explicit choice and stays as it is.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 
+#include "platform/cpu_features.h"
 #include "vision/rectify/rectify.h"
 
 #if defined(__SSE2__)
@@ -560,14 +564,17 @@ void WarpRows(const cv::Mat& source, cv::Mat& target, const WarpFixedMatrix& m, 
     if (!UsableImage(source) || !UsableImage(target) || !ClampRows(target, &firstRow, &endRow)) {
         return;
     }
+    const scrivo::platform::CpuFeatures& cpu = scrivo::platform::Cpu();
+    if (kernel == WarpKernel::kBest && cpu.referenceOnly) {
+        for (int32_t y = firstRow; y < endRow; ++y)
+            WarpRowReference(source, target, m, y, sampling);
+        return;
+    }
 #if SCRIVO_WARP_AVX2
-    static const bool hasAvx2 = __builtin_cpu_supports("avx2");
-    if (kernel == WarpKernel::kBest && hasAvx2) {
+    if (kernel == WarpKernel::kBest && cpu.avx2) {
         WarpRowsAvx2(source, target, m, firstRow, endRow, sampling);
         return;
     }
-#else
-    (void)kernel;
 #endif
     WarpRowsBaseline(source, target, m, firstRow, endRow, sampling);
 }
