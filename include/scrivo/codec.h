@@ -177,11 +177,14 @@ SCRIVO_API MRESULT MCodec_EncodeCreate(MHAMCM manager, const MENCODE_TARGET* tar
                                        uint32_t fileType, uint32_t componentId, MHCODEC* session);
 SCRIVO_API MRESULT MCodec_GetProp(MHCODEC session, uint32_t prop, void* value, int32_t size);
 SCRIVO_API MRESULT MCodec_SetProp(MHCODEC session, uint32_t prop, const void* value, int32_t size);
-/* Decodes the destination lines rect->top .. rect->bottom (all remaining
- * lines when rect is null) into `bitmap`, whose planes address destination
- * line 0; lines must be requested in order. *status is 1 while lines
- * remain, 0 when the image is complete. The destination size is the
- * ZOOM_SCALE size (the region's size when none was set). */
+/* Decodes the source rectangle `rect` (image pixels: left, top, right,
+ * bottom, as DST_REGION takes it; it becomes the session's region) scaled
+ * to the destination size into `bitmap`, whose planes address destination
+ * line 0. A call with a rectangle decodes it afresh; with null it delivers
+ * the destination lines not yet delivered of the region set (the whole
+ * image when none was). A rectangle outside the image gives 2. *status is
+ * 1 while lines remain, 0 when the image is complete. The destination size
+ * is the ZOOM_SCALE size (the bitmap's size when none was set). */
 SCRIVO_API MRESULT MCodec_DecodeScanlines(MHCODEC session, MBITMAP* bitmap, const MRECT* rect,
                                           int32_t* linesDone, int32_t* status);
 /* Encodes *lineCount lines from the bitmap's planes (the next band). */

@@ -90,7 +90,10 @@ extern "C" MRESULT DecodeJPEG(MHAMCM manager, MHStream stream, MBITMAP* bitmap) 
         return r;
     }
     if (bitmap->pixelFormat == 0) bitmap->pixelFormat = MPAF_RGBA8888;
-    const uint32_t old = MdUtilsNewColorID2Old(bitmap->pixelFormat);
+    // NV21 has no row in the colour-ID table: callers name its old ID.
+    const uint32_t old = bitmap->pixelFormat == MPAF_OTHERS_NV21
+                             ? 0x70001002u
+                             : MdUtilsNewColorID2Old(bitmap->pixelFormat);
     if ((r = MIDec_SetProp(dec.d, MD_PROP_PIXEL_FORMAT, &old, 4)) != 0) {
         MLogPrint(MLOG_DEBUG, "DecodeJPEG MIDec_SetProp fail");
         return r;

@@ -21,7 +21,12 @@
  * without the margin the edge columns/rows would differ from a full decode.
  * With the margin a region equals the same pixels of a full decode.
  *
- * Output: R,G,B,A bytes (old ID 36, JCS_EXT_RGBA) or grey (old ID 29).
+ * Output: R,G,B,A bytes (old ID 36, JCS_EXT_RGBA), grey (old ID 29), or
+ * I420 (15) and NV21 (0x70001002), which are decoded as R,G,B,A rows and
+ * converted in batches by the framework's own conversion, so that a thin
+ * session and a framework session deliver the same YUV bytes. Chroma rows
+ * cover two lines, so YUV bands start on even lines and only the last may
+ * have an odd count.
  */
 #include <algorithm>
 #include <csetjmp>
@@ -40,7 +45,10 @@
 namespace {
 
 using scrivo::codec::kOldGray;
+using scrivo::codec::kOldI420;
+using scrivo::codec::kOldNV21;
 using scrivo::codec::kOldRgba;
+using scrivo::codec::Layout;
 
 constexpr int kSourceBufferSize = 16384;
 
@@ -151,6 +159,22 @@ void SkipInputData(j_decompress_ptr c, long count) {
 }
 
 void TermSource(j_decompress_ptr) {}
+
+// The layouts the component writes, by old colour ID.
+Layout OutLayout(uint32_t old) {
+    switch (old) {
+        case kOldRgba:
+            return Layout::Rgba;
+        case kOldGray:
+            return Layout::Gray;
+        case kOldI420:
+            return Layout::I420;
+        case kOldNV21:
+            return Layout::NV21;
+        default:
+            return Layout::Unsupported;
+    }
+}
 
 MRESULT Failed(const JpegDecoder* d) {
     return d->err.code != 0 ? d->err.code : static_cast<MRESULT>(MD_CERR_GENERAL);
@@ -313,7 +337,7 @@ MRESULT SetProp(void* self, uint32_t prop, const void* value, int32_t size) {
     switch (prop) {
         case MD_PROP_PIXEL_FORMAT:
             if (size != 4) return MD_CERR_INVALID_PARAM;
-            if (static_cast<uint32_t>(v[0]) != kOldRgba && static_cast<uint32_t>(v[0]) != kOldGray)
+            if (OutLayout(static_cast<uint32_t>(v[0])) == Layout::Unsupported)
                 return MD_CERR_UNSUPPORTED;
             if (static_cast<uint32_t>(v[0]) != d->outFormat) {
                 MRESULT r = Restart(d);
@@ -344,11 +368,10 @@ MRESULT SetProp(void* self, uint32_t prop, const void* value, int32_t size) {
             if (v[0] < 0 || v[1] < 0 || v[0] >= v[2] || v[1] >= v[3] || v[2] > d->width ||
                 v[3] > d->height)
                 return MD_CERR_INVALID_PARAM;
-            if (std::memcmp(v, &d->region, 16) != 0) {
-                MRESULT r = Restart(d);
-                if (r != 0) return r;
-                d->region = {v[0], v[1], v[2], v[3]};
-            }
+            // Setting a region starts its decode over, the same region too.
+            MRESULT r = Restart(d);
+            if (r != 0) return r;
+            d->region = {v[0], v[1], v[2], v[3]};
             return 0;
         }
         case MD_PROP_OPTION_4107:
@@ -367,6 +390,39 @@ MRESULT SetProp(void* self, uint32_t prop, const void* value, int32_t size) {
     }
 }
 
+constexpr int kBatch = 16;
+
+// Reads the next n (at most kBatch) rows of the region into dst, rows
+// `stride` bytes apart, bpp bytes a pixel.
+MRESULT ReadRegionRows(JpegDecoder* d, uint8_t* dst, ptrdiff_t stride, int32_t n, int32_t bpp) {
+    JSAMPROW rows[kBatch];
+    if (d->cropShift == 0 && static_cast<int32_t>(d->cinfo.output_width) == d->outW) {
+        for (int32_t i = 0; i < n; ++i) rows[i] = dst + i * stride;
+        return ReadRows(d, rows, n);
+    }
+    for (int32_t i = 0; i < n; ++i) {
+        rows[0] = d->row.data();
+        const MRESULT r = ReadRows(d, rows, 1);
+        if (r != 0) return r;
+        std::memcpy(dst + i * stride, d->row.data() + static_cast<ptrdiff_t>(d->cropShift) * bpp,
+                    static_cast<size_t>(d->outW) * bpp);
+    }
+    return 0;
+}
+
+// n R,G,B,A rows into lines [top, top + n) of a YUV bitmap.
+MRESULT RowsToYuv(const JpegDecoder* d, const uint8_t* rgba, const MBITMAP* bm, Layout layout,
+                  int32_t top, int32_t n) {
+    MBITMAP view = *bm;
+    view.width = d->outW;
+    view.plane[0] += static_cast<ptrdiff_t>(top) * bm->pitch[0];
+    for (int p = 1; p < (layout == Layout::I420 ? 3 : 2); ++p)
+        view.plane[p] += static_cast<ptrdiff_t>(top / 2) * bm->pitch[p];
+    return scrivo::codec::RgbaToBitmap(rgba, d->outW * 4, &view, layout, 0, n) == 0
+               ? 0
+               : MD_CERR_INVALID_PARAM;
+}
+
 MRESULT Scanlines(void* self, const MBITMAP* bm, int32_t lines, int32_t* done) {
     auto* d = static_cast<JpegDecoder*>(self);
     if (done) *done = 0;
@@ -377,28 +433,34 @@ MRESULT Scanlines(void* self, const MBITMAP* bm, int32_t lines, int32_t* done) {
         d->failed = r;
         return r;
     }
-    const int32_t bpp = d->outFormat == kOldGray ? 1 : 4;
+    const Layout layout = OutLayout(d->outFormat);
+    const bool yuv = layout == Layout::I420 || layout == Layout::NV21;
+    const int32_t bpp = layout == Layout::Gray || yuv ? 1 : 4;
     if (bm->width < d->outW || bm->pitch[0] < d->outW * bpp) return MD_CERR_INVALID_PARAM;
     lines = std::min(lines, d->outH - d->rowsDone);
-    const bool direct = d->cropShift == 0 && static_cast<int32_t>(d->cinfo.output_width) == d->outW;
-    constexpr int kBatch = 16;
-    JSAMPROW rows[kBatch];
+    std::vector<uint8_t> batch;
+    if (yuv) {
+        if (!bm->plane[1] || (layout == Layout::I420 && !bm->plane[2]) || d->rowsDone % 2 != 0 ||
+            (lines % 2 != 0 && d->rowsDone + lines < d->outH))
+            return MD_CERR_INVALID_PARAM;
+        try {
+            batch.resize(static_cast<size_t>(d->outW) * 4 * kBatch);
+        } catch (...) {
+            return MD_CERR_NO_MEMORY;
+        }
+    }
     int32_t moved = 0;
     while (moved < lines) {
-        if (direct) {
-            int32_t n = std::min(kBatch, lines - moved);
-            for (int32_t i = 0; i < n; ++i)
-                rows[i] = bm->plane[0] + static_cast<ptrdiff_t>(moved + i) * bm->pitch[0];
-            if ((r = ReadRows(d, rows, n)) != 0) break;
-            moved += n;
+        const int32_t n = std::min(kBatch, lines - moved);
+        if (yuv) {
+            r = ReadRegionRows(d, batch.data(), d->outW * 4, n, 4);
+            if (r == 0) r = RowsToYuv(d, batch.data(), bm, layout, moved, n);
         } else {
-            rows[0] = d->row.data();
-            if ((r = ReadRows(d, rows, 1)) != 0) break;
-            std::memcpy(bm->plane[0] + static_cast<ptrdiff_t>(moved) * bm->pitch[0],
-                        d->row.data() + static_cast<ptrdiff_t>(d->cropShift) * bpp,
-                        static_cast<size_t>(d->outW) * bpp);
-            moved++;
+            r = ReadRegionRows(d, bm->plane[0] + static_cast<ptrdiff_t>(moved) * bm->pitch[0],
+                               bm->pitch[0], n, bpp);
         }
+        if (r != 0) break;
+        moved += n;
     }
     d->rowsDone += moved;
     if (done) *done = moved;

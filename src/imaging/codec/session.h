@@ -58,13 +58,6 @@ void ForgetDecode(MCODEC_SESSION* s);
 MRESULT OpenDecoderComponent(MHAMCM manager, MHStream stream, uint32_t componentId,
                              uint32_t fileType, ComponentPtr* out);
 
-/* Converts lines [top, bottom) of an R,G,B,A image of dst's size into dst's
- * layout (dst planes address line 0); YUV bands must start on even lines. */
-MRESULT RgbaToBitmap(const uint8_t* rgba, int32_t stride, MBITMAP* dst, Layout layout, int32_t top,
-                     int32_t bottom);
-/* Converts a whole bitmap into a new R,G,B,A buffer. */
-MRESULT BitmapToRgba(const MBITMAP* src, std::vector<uint8_t>* rgba);
-
 }  // namespace scrivo::codec
 
 #endif

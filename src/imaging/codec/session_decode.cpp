@@ -4,6 +4,10 @@
  * Creation sniffs the stream, asks the component manager for up to 10
  * decoders of that file type and keeps the first that opens the stream.
  *
+ * The scanline call is given the source rectangle to decode (the region
+ * DST_REGION sets, in image pixels); each call with one decodes it afresh
+ * into the destination, a call without one delivers the lines still owed.
+ *
  * Decoding takes one of two paths, fixed at the first scanline call:
  *  - direct: the destination is R,G,B,A or grey and the component accepts
  *    the destination size as an exact power-of-two reduction of the region
@@ -177,6 +181,16 @@ extern "C" MRESULT MCodec_DecodeScanlines(MHCODEC s, MBITMAP* bm, const MRECT* r
     if ((layout == Layout::I420 && (!bm->plane[1] || !bm->plane[2])) ||
         (layout == Layout::NV21 && !bm->plane[1]))
         return 2;
+    if (rect) {
+        // The source rectangle of this decode, as DST_REGION takes it: it
+        // becomes the session's region and its decode starts over.
+        if (rect->left < 0 || rect->top < 0 || rect->left >= rect->right ||
+            rect->top >= rect->bottom || rect->right > s->imageW || rect->bottom > s->imageH)
+            return 2;
+        s->region = *rect;
+        s->regionSet = true;
+        scrivo::codec::ForgetDecode(s);
+    }
     MRESULT r = 0;
     if (!s->prepared) {
         r = Prepare(s, bm, layout);
@@ -185,11 +199,8 @@ extern "C" MRESULT MCodec_DecodeScanlines(MHCODEC s, MBITMAP* bm, const MRECT* r
             return r;
         }
     }
-    const int32_t top = rect ? rect->top : s->linesDone;
-    const int32_t bottom = rect ? rect->bottom : s->outH;
-    if (top != s->linesDone || bottom < top || bottom > s->outH || bm->width < s->outW ||
-        bm->height < bottom)
-        return 2;
+    const int32_t top = s->linesDone, bottom = s->outH;
+    if (bm->width < s->outW || bm->height < bottom) return 2;
     const int32_t bpp = layout == Layout::Rgba ? 4 : 1;
     if (bm->pitch[0] < s->outW * bpp) return 2;
     int32_t done = 0;

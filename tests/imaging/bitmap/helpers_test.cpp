@@ -88,8 +88,18 @@ TEST(JpegHelpers, EncodeDecodeWholeAndStepwise) {
         const MRECT half{32, 0, 64, 48};
         EXPECT_EQ(DecodeStepJPEG(dec, &half, &right.b), 0u);
         EXPECT_EQ(DecodeStepJPEG(dec, nullptr, &whole.b), 0u);
+        EXPECT_EQ(DecodeStepJPEG(dec, nullptr, &whole.b), 0u);  // the same step again
         EXPECT_NEAR(right.b.plane[0][0], px[33 * 4], 8);
         EXPECT_LT(MeanDiff(Pixels(whole.b), px), 5.0);
+        // Whole decoding into YUV gives the stepwise decoder's bytes.
+        for (uint32_t fmt : {MPAF_I420, MPAF_OTHERS_NV21}) {
+            Owned yuv, step(fmt, 64, 48);
+            yuv.b.pixelFormat = fmt;
+            ASSERT_EQ(DecodeJPEG(m.m, st, &yuv.b), 0u) << fmt;
+            ASSERT_EQ(DecodeStepJPEG(dec, nullptr, &step.b), 0u);
+            EXPECT_TRUE(std::equal(yuv.b.plane[0], yuv.b.plane[0] + 64 * 48, step.b.plane[0]));
+            EXPECT_TRUE(std::equal(yuv.b.plane[1], yuv.b.plane[1] + 32 * 24, step.b.plane[1]));
+        }
         const MRECT outside{32, 0, 65, 48};
         LogCollector log;
         EXPECT_EQ(DecodeStepJPEG(dec, &outside, &right.b), 2u);

@@ -10,7 +10,8 @@ using namespace codec_test;
 
 namespace {
 
-// Decodes `bytes` with the document path's calling order.
+// Decodes `bytes` with the document path's calling order: the scanline call
+// is given the source rectangle that DST_REGION set.
 MRESULT Decode(MHAMCM m, std::vector<uint8_t>& bytes, const MRECT& region, MBITMAP* dst) {
     Stream st(bytes);
     MHCODEC s = nullptr;
@@ -22,7 +23,7 @@ MRESULT Decode(MHAMCM m, std::vector<uint8_t>& bytes, const MRECT& region, MBITM
     r = MCodec_SetProp(s, MD_PROP_DST_REGION, &region, 16);
     if (r == 0) r = MCodec_SetProp(s, MD_PROP_ZOOM_SCALE, size, 8);
     if (r == 0) r = MCodec_SetProp(s, MD_PROP_PIXEL_FORMAT, &fmt, 4);
-    if (r == 0) r = MCodec_DecodeScanlines(s, dst, nullptr, &done, &status);
+    if (r == 0) r = MCodec_DecodeScanlines(s, dst, &region, &done, &status);
     if (r == 0 && (done != dst->height || status != 0)) r = 1;
     MCodec_Destroy(s);
     return r;
