@@ -29,6 +29,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "../src/vision/detect/geometry.h"
+
 namespace scrivo_eval {
 
 using Quad = std::array<cv::Point2d, 4>;  // top-left, bottom-left, bottom-right, top-right
@@ -51,19 +53,10 @@ inline double SignedArea2(const Quad& q) {
     return s;
 }
 
-// True when every turn of the closed path goes the same way, strictly.
+// True when every turn of the closed path goes the same way, strictly: the
+// page search's own convexity test.
 inline bool IsStrictlyConvex(const Quad& q) {
-    int sign = 0;
-    for (int i = 0; i < 4; ++i) {
-        const cv::Point2d& a = q[i];
-        const cv::Point2d& b = q[(i + 1) % 4];
-        const cv::Point2d& c = q[(i + 2) % 4];
-        const double cross = (b.x - a.x) * (c.y - b.y) - (b.y - a.y) * (c.x - b.x);
-        const int s = cross > 0 ? 1 : (cross < 0 ? -1 : 0);
-        if (s == 0 || (sign != 0 && s != sign)) return false;
-        sign = s;
-    }
-    return true;
+    return IsStrictlyConvexQuad(q);
 }
 
 // The homography from the true corners to the page rectangle; empty when the

@@ -2,10 +2,13 @@
 // rectified size, rectification and animation frames, with the quadrangle
 // legality test and the whole-photograph rules they share.
 //
-// Legality: the four triangles (p0,p1,p2), (p0,p3,p2), (p0,p1,p3) and
-// (p2,p1,p3) by Heron's formula. In a convex quadrangle both diagonals split
-// it into the same area, and no triangle is the whole of it; a tolerance of
-// 20 square pixels absorbs the rounding of integer vertices.
+// Legality: the detector's area rule on the four triangles (p0,p1,p2),
+// (p0,p3,p2), (p0,p1,p3) and (p2,p1,p3) by Heron's formula. In a convex
+// quadrangle both diagonals split it into the same area, and no triangle is
+// the whole of it; a tolerance of 20 square pixels absorbs the rounding of
+// integer vertices. A crossed parallelogram (p0, p2, p1, p3 of a rectangle)
+// satisfies the area rule, all four of its triangles being equal, so a
+// quadrangle whose opposite sides cross each other is refused explicitly.
 //
 // Page search (vision/detect/page_search.cpp): the detector runs on the
 // photograph at a size whose longer side is at most 2048 pixels, and its
@@ -23,8 +26,8 @@
 // one pixel. Operations whose working image has been released (reduction
 // mode 1) fail with 0, except the page search, which first recovers a source
 // from the rectified or enhanced image.
-#include <algorithm>
-#include <cmath>
+#include <cstdint>
+#include <utility>
 
 #include <opencv2/imgproc.hpp>
 
@@ -40,6 +43,19 @@ constexpr double kLegalTolerance = 20.0;
 
 tem_Point ToTem(const tagVPPoint& p) {
     return tem_Point{p.x, p.y};
+}
+
+// Sign of the turn a -> b -> c, exactly, in 64-bit integers.
+int Turn(const tagVPPoint& a, const tagVPPoint& b, const tagVPPoint& c) {
+    const int64_t cross =
+        (int64_t{b.x} - a.x) * (int64_t{c.y} - a.y) - (int64_t{b.y} - a.y) * (int64_t{c.x} - a.x);
+    return cross > 0 ? 1 : (cross < 0 ? -1 : 0);
+}
+
+// True when segments pq and rs cross at a point inside both.
+bool SegmentsCross(const tagVPPoint& p, const tagVPPoint& q, const tagVPPoint& r,
+                   const tagVPPoint& s) {
+    return Turn(p, q, r) * Turn(p, q, s) < 0 && Turn(r, s, p) * Turn(r, s, q) < 0;
 }
 
 uint32_t SearchPage(VPClient* client, tagVPPoint quad[4], bool alwaysResize, int32_t mode) {
@@ -72,17 +88,11 @@ bool TakenAsWholePhotograph(const tagVPPoint quad[4], const cv::Mat& source) {
 
 int JudgeLeaglueQuadrangle(const tagVPPoint quad[4]) {
     if (quad == nullptr) return 0;
-    const tem_Point p0 = ToTem(quad[0]), p1 = ToTem(quad[1]);
-    const tem_Point p2 = ToTem(quad[2]), p3 = ToTem(quad[3]);
-    const double a1 = TriangleArea(p0, p1, p2);
-    const double a2 = TriangleArea(p0, p3, p2);
-    const double a3 = TriangleArea(p0, p1, p3);
-    const double a4 = TriangleArea(p2, p1, p3);
-    const double m = std::max({a1, a2, a3, a4});
-    if (std::abs(a1 + a2 - a3 - a4) > kLegalTolerance) return 0;
-    if (std::abs(m - a1 - a2) < kLegalTolerance) return 0;
-    if (std::abs(m - a3 - a4) < kLegalTolerance) return 0;
-    return 1;
+    if (SegmentsCross(quad[0], quad[1], quad[2], quad[3]) ||
+        SegmentsCross(quad[1], quad[2], quad[3], quad[0]))
+        return 0;
+    const tem_Point corners[4] = {ToTem(quad[0]), ToTem(quad[1]), ToTem(quad[2]), ToTem(quad[3])};
+    return QuadrangleAreaRule(corners, kLegalTolerance);
 }
 
 bool HasZeroVertex(const tagVPPoint quad[4]) {

@@ -107,18 +107,24 @@ TEST(EngineClient, QuadranglesSizesAndRectification) {
     Rgba photo = Photo(400, 600);
     VPHandle h = VPCreateDocuviaClient(&photo.record);
     ASSERT_NE(h, nullptr);
-    tagVPPoint whole[4], page[4], crossed[4], diamond[4];
+    tagVPPoint whole[4], page[4], crossed[4], diamond[4], bowtie[4];
     Quad(whole, {0, 0, 0, 600, 400, 600, 400, 0});
     Quad(page, {50, 50, 50, 550, 350, 550, 350, 50});
     // p0, p2, p1, p3 of (60,40), (40,560), (360,540), (330,70). (A crossed
     // parallelogram passes: all four of its triangles have the same area.)
     Quad(crossed, {60, 40, 360, 540, 40, 560, 330, 70});
+    // p0, p2, p1, p3 of the whole photograph: a crossed parallelogram, whose
+    // four triangles all have the same area, with zeros that would otherwise
+    // take it for the whole photograph.
+    Quad(bowtie, {0, 0, 400, 600, 0, 600, 400, 0});
     Quad(diamond, {399, 300, 200, 0, 0, 300, 200, 599});  // second vertex y = 0
     int32_t w = 0, hh = 0;
 
     EXPECT_EQ(JudgeLeaglueQuadrangle(page), 1);
     EXPECT_EQ(JudgeLeaglueQuadrangle(crossed), 0);
     EXPECT_EQ(VPGetRectifiedImageSize(h, crossed, &w, &hh), 0u);
+    EXPECT_EQ(JudgeLeaglueQuadrangle(bowtie), 0);
+    EXPECT_EQ(VPGetRectifiedImageSize(h, bowtie, &w, &hh), 0u);
     ASSERT_EQ(VPGetRectifiedImageSize(h, page, &w, &hh), 1u);
     EXPECT_EQ(cv::Vec4i(w, hh, h->rectWidth, h->rectHeight), cv::Vec4i(300, 500, 300, 300));
     ASSERT_EQ(VPGetRectifiedImageSize(h, diamond, &w, &hh), 1u);

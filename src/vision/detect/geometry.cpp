@@ -1,5 +1,8 @@
 // Geometric primitives of the page detector: lines, intersections, side
-// tests, lengths, areas, angles and the quadrangle convexity test.
+// tests, lengths, areas, angles and the quadrangle convexity tests: the
+// area rule on integer corners (the detector's legality test and, with the
+// engine's crossing test added, the engine's) and strict convexity on double
+// corners (the page search and the evaluation tools).
 //
 // Lines are y = a*x + c, stored as a*x + b*y + c = 0 with b = -1; a vertical
 // pair of points gets the stand-in slope 10000 (c = -10000*x), so a
@@ -37,6 +40,7 @@
 // for a horizontal line, (hi - lo) * sqrt(1 + 1/a^2) for a vertical one. The
 // result is 0 when the overlap is empty, a crossing line is parallel, the
 // line has no points or the size is not positive.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -66,22 +70,6 @@ double Heron(double a, double b, double c) {
     const double s = (a + b + c) / 2.0;
     const double product = s * (s - a) * (s - b) * (s - c);
     return product > 0.0 ? std::sqrt(product) : 0.0;
-}
-
-int ConvexityTest(const tem_Point* corners) {
-    if (!corners) return 0;
-    const double t1 = TriangleArea(corners[0], corners[1], corners[2]);
-    const double t2 = TriangleArea(corners[0], corners[3], corners[2]);
-    const double t3 = TriangleArea(corners[0], corners[1], corners[3]);
-    const double t4 = TriangleArea(corners[2], corners[1], corners[3]);
-    double m = t1;
-    if (t2 > m) m = t2;
-    if (t3 > m) m = t3;
-    if (t4 > m) m = t4;
-    const bool sameSplit = std::fabs(t1 + t2 - t3 - t4) <= kConvexTolerance;
-    const bool firstNotCovered = std::fabs(m - t1 - t2) >= kConvexTolerance;
-    const bool secondNotCovered = std::fabs(m - t3 - t4) >= kConvexTolerance;
-    return sameSplit && firstNotCovered && secondNotCovered ? 1 : 0;
 }
 
 struct Interval {
@@ -200,12 +188,39 @@ double AngleBetween2Line(const tem_Line* l1, const tem_Line* l2) {
     return angle < 0.0 ? -angle : angle;
 }
 
+int QuadrangleAreaRule(const tem_Point corners[4], double tolerance) {
+    if (!corners) return 0;
+    const double t1 = TriangleArea(corners[0], corners[1], corners[2]);
+    const double t2 = TriangleArea(corners[0], corners[3], corners[2]);
+    const double t3 = TriangleArea(corners[0], corners[1], corners[3]);
+    const double t4 = TriangleArea(corners[2], corners[1], corners[3]);
+    const double m = std::max(std::max(t1, t2), std::max(t3, t4));
+    const bool sameSplit = std::fabs(t1 + t2 - t3 - t4) <= tolerance;
+    const bool firstNotCovered = std::fabs(m - t1 - t2) >= tolerance;
+    const bool secondNotCovered = std::fabs(m - t3 - t4) >= tolerance;
+    return sameSplit && firstNotCovered && secondNotCovered ? 1 : 0;
+}
+
+bool IsStrictlyConvexQuad(const std::array<cv::Point2d, 4>& q) {
+    int sign = 0;
+    for (int i = 0; i < 4; ++i) {
+        const cv::Point2d& a = q[i];
+        const cv::Point2d& b = q[(i + 1) % 4];
+        const cv::Point2d& c = q[(i + 2) % 4];
+        const double cross = (b.x - a.x) * (c.y - b.y) - (b.y - a.y) * (c.x - b.x);
+        const int s = cross > 0 ? 1 : (cross < 0 ? -1 : 0);
+        if (s == 0 || (sign != 0 && s != sign)) return false;
+        sign = s;
+    }
+    return true;
+}
+
 int JudgeLeaglueQuadrangle2(const tem_Point corners[4]) {
-    return ConvexityTest(corners);
+    return QuadrangleAreaRule(corners, kConvexTolerance);
 }
 
 int JudgeLeaglueQuadrangle3(const tem_Point corners[4]) {
-    return ConvexityTest(corners);
+    return QuadrangleAreaRule(corners, kConvexTolerance);
 }
 
 double GetLengthBetween2LineWithSize(const tem_Line* line, const tem_Line* cross1,

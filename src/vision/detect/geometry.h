@@ -8,7 +8,10 @@
 // degrees, so these conventions are part of the results.
 #pragma once
 
+#include <array>
 #include <cstdint>
+
+#include <opencv2/core/types.hpp>
 
 constexpr double kGeometryPi = 3.1415926;
 constexpr double kVerticalSlope = 10000.0;
@@ -123,6 +126,18 @@ double TriangleArea(tem_Point p0, tem_Point p1, tem_Point p2);
 double QuadrangleArea(const tem_Point corners[4]);
 double AngleLine2Line(const tem_Line* l1, const tem_Line* l2);
 double AngleBetween2Line(const tem_Line* l1, const tem_Line* l2);
+// The area rule of quadrangle legality. With the triangles A1 = (p0,p1,p2),
+// A2 = (p0,p3,p2), A3 = (p0,p1,p3), A4 = (p2,p1,p3) by Heron's formula and M
+// the largest, the rule fails when |A1 + A2 - A3 - A4| > tolerance (the two
+// diagonal splits disagree: not convex) or when |M - A1 - A2| or
+// |M - A3 - A4| is under the tolerance (one triangle is the whole:
+// degenerate). The tolerance is in square pixels; 1 when the rule holds.
+// A crossed parallelogram passes it: its four triangles are all equal.
+int QuadrangleAreaRule(const tem_Point corners[4], double tolerance);
+// True when every turn of the closed path p0 p1 p2 p3 goes the same way,
+// none of them straight.
+bool IsStrictlyConvexQuad(const std::array<cv::Point2d, 4>& corners);
+// The detector's legality tests: the area rule with 20 square pixels.
 int JudgeLeaglueQuadrangle2(const tem_Point corners[4]);
 int JudgeLeaglueQuadrangle3(const tem_Point corners[4]);
 

@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "vision/detect/geometry.h"
 #include "vision/detect/page_find.h"
 
 namespace {
@@ -49,17 +50,7 @@ double QuadArea(const Quad2d& q) {
 }
 
 bool IsConvexQuad(const Quad2d& q) {
-    int sign = 0;
-    for (int i = 0; i < 4; ++i) {
-        const cv::Point2d& a = q[i];
-        const cv::Point2d& b = q[(i + 1) % 4];
-        const cv::Point2d& c = q[(i + 2) % 4];
-        const double cross = (b.x - a.x) * (c.y - b.y) - (b.y - a.y) * (c.x - b.x);
-        const int s = cross > 0 ? 1 : (cross < 0 ? -1 : 0);
-        if (s == 0 || (sign != 0 && s != sign)) return false;
-        sign = s;
-    }
-    return true;
+    return IsStrictlyConvexQuad(q);
 }
 
 Quad2d OrderCorners(const std::array<cv::Point2d, 4>& pts) {

@@ -87,6 +87,12 @@ TEST(Geometry, EndPointsLengthsAndAreas) {
     EXPECT_EQ(JudgeLeaglueQuadrangle2(concave), 0);
     const tem_Point tiny[4] = {{0, 0}, {0, 6}, {6, 6}, {6, 0}};
     EXPECT_EQ(JudgeLeaglueQuadrangle2(tiny), 0);
+    EXPECT_EQ(QuadrangleAreaRule(tiny, 1.0), 1);  // the tolerance alone refused it
+    // Strict convexity: a straight corner or a crossing fails, either turning way passes.
+    EXPECT_TRUE(IsStrictlyConvexQuad({{{0, 0}, {0, 10}, {10, 10}, {10, 0}}}));
+    EXPECT_TRUE(IsStrictlyConvexQuad({{{0, 0}, {10, 0}, {10, 10}, {0, 10}}}));
+    EXPECT_FALSE(IsStrictlyConvexQuad({{{0, 0}, {0, 5}, {0, 10}, {10, 0}}}));
+    EXPECT_FALSE(IsStrictlyConvexQuad({{{0, 0}, {10, 10}, {0, 10}, {10, 0}}}));
     EXPECT_EQ(TriangleArea({0, 0}, {5, 5}, {10, 10}), 0.0);  // collinear, never NaN
 }
 
