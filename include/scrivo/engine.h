@@ -181,8 +181,19 @@ SCRIVO_API uint32_t VPGetRectifiedTextImageSizeWithVeterx(VPHandle handle, tagVP
  * size; the result becomes the client's rectified page. */
 SCRIVO_API uint32_t VPRectifyWithTextLine(VPHandle handle, tagVPImage** out);
 
+/* Resizes *src to width x height by area interpolation into *dst, a record
+ * of that size, and smooths it by a square Gaussian of aperture
+ * 2 x smoothing + 1 when smoothing is not 0 (0..1024). 1 on success. */
 SCRIVO_API uint32_t VPResampleImage(tagVPImage** src, tagVPImage** dst, int32_t width,
                                     int32_t height, int32_t smoothing);
+/* The same with cubic interpolation at the source's own size (*dst is a
+ * record of that size): in effect a copy, smoothed when smoothing is not 0. */
+SCRIVO_API uint32_t FitAndFilteImage(tagVPImage** src, tagVPImage** dst, int32_t smoothing);
+/* Names the interpolation an RGB24 resize would use and changes no pixels:
+ * 3 (area) when mode is 1, else 2 (cubic). The records and size are not
+ * looked at. */
+SCRIVO_API int32_t VPImageResizeRGB24(tagVPImage** src, tagVPImage** dst, int32_t width,
+                                      int32_t height, int32_t mode);
 SCRIVO_API uint32_t QvNoteEngine_GetVersion(_tag_QvNoteEnigne_Version* version);
 
 /* Pixel conversions on caller buffers: 1 on success, 0 for a null buffer;

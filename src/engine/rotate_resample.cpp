@@ -20,6 +20,9 @@
 // a record of another size silently receives nothing, as with every copy
 // out of the engine. Levels above 1024 are refused, as are null records,
 // sizes below 1 and destinations over 2^28 pixels; nothing throws out.
+// FitAndFilteImage is the same pass with cubic interpolation at the source's
+// own size. VPImageResizeRGB24 only names an interpolation (3 area for mode
+// 1, else 2 cubic, OpenCV's codes) and touches no pixels.
 #include <opencv2/imgproc.hpp>
 
 #include <cstring>
@@ -93,8 +96,10 @@ cv::Mat RotateImageWithfixDegree(const cv::Mat& image, tagVPRotateDegree degree)
     return out;
 }
 
-uint32_t VPResampleImage(tagVPImage** src, tagVPImage** dst, int32_t width, int32_t height,
-                         int32_t smoothing) {
+namespace {
+
+uint32_t ResizeAndSmooth(tagVPImage** src, tagVPImage** dst, int32_t width, int32_t height,
+                         int interpolation, int32_t smoothing) {
     if (src == nullptr || *src == nullptr || (*src)->data == nullptr) return 0;
     if (dst == nullptr || *dst == nullptr || width < 1 || height < 1 || smoothing < 0 ||
         smoothing > kMaxSmoothing || static_cast<int64_t>(width) * height > kMaxPixels) {
@@ -104,7 +109,7 @@ uint32_t VPResampleImage(tagVPImage** src, tagVPImage** dst, int32_t width, int3
         const cv::Mat source = CreateCvImageFromVPImage(*src);
         if (source.empty()) return 0;
         cv::Mat resized;
-        cv::resize(source, resized, cv::Size(width, height), 0, 0, cv::INTER_AREA);
+        cv::resize(source, resized, cv::Size(width, height), 0, 0, interpolation);
         if (smoothing != 0) {
             const int aperture = 2 * smoothing + 1;
             cv::GaussianBlur(resized, resized, cv::Size(aperture, aperture), 0, 0,
@@ -115,4 +120,20 @@ uint32_t VPResampleImage(tagVPImage** src, tagVPImage** dst, int32_t width, int3
     } catch (...) {
         return 0;
     }
+}
+
+}  // namespace
+
+uint32_t VPResampleImage(tagVPImage** src, tagVPImage** dst, int32_t width, int32_t height,
+                         int32_t smoothing) {
+    return ResizeAndSmooth(src, dst, width, height, cv::INTER_AREA, smoothing);
+}
+
+uint32_t FitAndFilteImage(tagVPImage** src, tagVPImage** dst, int32_t smoothing) {
+    if (src == nullptr || *src == nullptr) return 0;
+    return ResizeAndSmooth(src, dst, (*src)->width, (*src)->height, cv::INTER_CUBIC, smoothing);
+}
+
+int32_t VPImageResizeRGB24(tagVPImage**, tagVPImage**, int32_t, int32_t, int32_t mode) {
+    return mode == 1 ? cv::INTER_AREA : cv::INTER_CUBIC;
 }

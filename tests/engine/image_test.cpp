@@ -165,3 +165,28 @@ TEST(ImageResample, AreaResizeIntoRecord) {
     EXPECT_EQ(0u, VPResampleImage(&pin, &pout, 0, 1, 0));
     EXPECT_EQ(0u, VPResampleImage(&pin, &pout, 2, 1, -1));
 }
+
+TEST(ImageResample, CubicAtOwnSizeAndTheInterpolationCode) {
+    // At its own size the cubic pass changes nothing; smoothing then blurs it.
+    std::vector<uint8_t> src(12 * 2, 0);
+    for (int y = 0; y < 2; ++y) std::fill_n(src.begin() + y * 12 + 6, 6, 200);
+    tagVPImage in = {0, 3, 8, 4, 12, 2, src.data()};
+    std::vector<uint8_t> dst(24, 0xEE);
+    tagVPImage out = {0, 3, 8, 4, 12, 2, dst.data()};
+    tagVPImage *pin = &in, *pout = &out;
+    ASSERT_EQ(1u, FitAndFilteImage(&pin, &pout, 0));
+    EXPECT_EQ(src, dst);
+    ASSERT_EQ(1u, FitAndFilteImage(&pin, &pout, 1));
+    EXPECT_GT(dst[3], 0);
+    EXPECT_LT(dst[6], 200);
+    EXPECT_EQ(0u, FitAndFilteImage(nullptr, &pout, 0));
+    EXPECT_EQ(0u, FitAndFilteImage(&pin, nullptr, 0));
+    EXPECT_EQ(0u, FitAndFilteImage(&pin, &pout, -1));
+
+    // The RGB24 resize only names its interpolation; no pixel moves.
+    const std::vector<uint8_t> before = dst;
+    EXPECT_EQ(3, VPImageResizeRGB24(&pin, &pout, 2, 1, 1));
+    EXPECT_EQ(2, VPImageResizeRGB24(&pin, &pout, 2, 1, 0));
+    EXPECT_EQ(2, VPImageResizeRGB24(nullptr, nullptr, 0, 0, 7));
+    EXPECT_EQ(before, dst);
+}
