@@ -8,30 +8,21 @@
 // Scan: read the file; reject bytes that are not a complete JPEG before
 // the decoder sees them (InspectJpeg names the reason); create the engine;
 // take the given corners (checked for convexity and bounds first, so the
-// message says what is wrong) or the detected ones, or the whole
-// photograph when no page is found; query the rectified size. Method
-// "none" then asks the session for rectified JPEG bytes in one step. For
-// the enhanced methods the page is rectified into a plain memory bitmap
+// message says what is wrong) or the page the session finds, or the whole
+// photograph when it finds none; query the rectified size. Method "none"
+// then asks the session for rectified JPEG bytes in one step. For the
+// enhanced methods the page is rectified into a plain memory bitmap
 // (enhancement starts from the engine's rectified image, so the page has
 // to be rectified, but encoding it would be wasted), and the session is
-// asked for enhanced JPEG bytes. The engine is then asked whether it really
-// holds an enhanced image: a method that produces none must not leave a
-// blank or unenhanced page behind under the enhanced name, so the bytes are
-// discarded and the method reported as not available. The page is written
-// through a temporary file. The engine is released on every path by a
-// guard; the session keeps nothing else between files.
+// asked for enhanced JPEG bytes; a method that produces no page is
+// reported as not available rather than leaving a blank page behind. The
+// page is written through a temporary file. The engine is released on
+// every path by a guard; the session keeps nothing else between files.
 //
-// Auto-rotate: the engine straightens the page at a small size, decides the
-// direction of its text there and hands back the corners starting from the
-// upright page's top-left. The page is then rectified from the corners in
-// that order, which straightens it and turns it upright by quarter turns
-// in one warp before enhancement sees it; the size query, the rectified
-// bitmap and the enhanced page all agree on the turned size, as the capture
-// session needs. The turn is the cyclic shift between the two orders. The
-// whole photograph is the exception: the engine takes the whole-photograph
-// corners in any order for the photograph as it is, so a photograph without
-// a page is turned as the quadrangle one pixel inside its edges. A page
-// whose direction cannot be told is left as it is.
+// Auto-rotate: the session's text-direction step answers with the corners
+// that rectify the page upright and the turn they make; the size query,
+// the rectified bitmap and the enhanced page then all agree on the turned
+// size. A page whose direction cannot be told is left as it is.
 //
 // Verbose mode adds the tool's own timing lines for the stages the engine
 // does not time (read file, detect, text direction, enhance + encode with
@@ -41,7 +32,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -171,63 +161,31 @@ bool ChooseCorners(QvSession* session, VPHandle engine, const ScanOptions* optio
         }
         return true;
     }
-    Quad quad = WholePhotograph(out.width, out.height);
-    Quad detected = quad;
-    out.found = QvSession_FindPageVertex(session, engine, detected.data(), 4) == QV_SESSION_OK;
-    // The engine answers a photograph without a page with the whole
-    // photograph's corners (and "found"): report that as no page.
-    out.found = out.found && std::memcmp(detected.data(), quad.data(), sizeof(Quad)) != 0;
-    out.corners = out.found ? detected : quad;
+    // No page leaves the whole photograph in place.
+    out.corners = WholePhotograph(out.width, out.height);
+    out.found = QvSession_FindPageVertex(session, engine, out.corners.data(), 4) == QV_SESSION_OK;
     Console::Get().Timing(label, "detect", watch.Lap());
     return true;
 }
 
-// k such that turned[i] = given[(i + k) % 4] for every i, or -1.
-int32_t CyclicShift(const Quad& given, const Quad& turned) {
-    for (int32_t k = 0; k < 4; ++k) {
-        bool same = true;
-        for (int i = 0; i < 4; ++i) {
-            const tagVPPoint& a = turned[i];
-            const tagVPPoint& b = given[(i + k) % 4];
-            same = same && a.x == b.x && a.y == b.y;
-        }
-        if (same) return k;
-    }
-    return -1;
-}
-
 // Decides the text direction of the page within out.corners; returns the
 // corners to rectify so that the page comes out upright and sets out.turn.
-Quad UprightCorners(VPHandle engine, const std::string& label, Stopwatch& watch, Outcome& out) {
-    Quad given = out.corners;
-    Quad turned{};
+Quad UprightCorners(QvSession* session, VPHandle engine, const std::string& label, Stopwatch& watch,
+                    Outcome& out) {
+    Quad upright{};
     int32_t w = 0, h = 0;
-    const bool told = VPGetRectifiedTextImageSizeWithVeterx(engine, given.data(), turned.data(),
-                                                            VP_TEXT_TURN_ANY, &w, &h) == 1;
-    const int32_t shift = told ? CyclicShift(given, turned) : -1;
+    QvSession_DetectTextDirection(session, engine, out.corners.data(), 4, upright.data(), &out.turn,
+                                  &w, &h);
     Console& console = Console::Get();
     console.Timing(label, "text direction", watch.Lap());
     if (console.verbose()) {
         console.Error("scrivo: " + label + ": text direction: " +
-                      (shift < 0
+                      (out.turn < 0
                            ? std::string("cannot tell, page left as it is")
-                           : "turn " + std::to_string(shift * 90) + " clockwise, upright page " +
+                           : "turn " + std::to_string(out.turn) + " clockwise, upright page " +
                                  std::to_string(w) + "x" + std::to_string(h)));
     }
-    out.turn = shift < 0 ? -1 : shift * 90;
-    if (shift <= 0) return given;
-    const Quad whole = WholePhotograph(out.width, out.height);
-    if (std::memcmp(given.data(), whole.data(), sizeof(Quad)) != 0) return turned;
-    constexpr int32_t kInset = 1;
-    if (out.width < 8 * kInset || out.height < 8 * kInset) {
-        out.turn = -1;
-        return given;
-    }
-    const int32_t x0 = kInset, y0 = kInset, x1 = out.width - kInset, y1 = out.height - kInset;
-    const Quad inside{{{x0, y0}, {x0, y1}, {x1, y1}, {x1, y0}}};
-    Quad result;
-    for (int i = 0; i < 4; ++i) result[i] = inside[(i + shift) % 4];
-    return result;
+    return upright;
 }
 
 }  // namespace
@@ -280,7 +238,7 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
     bytes = std::vector<uint8_t>();  // the engine has its own copy of the pixels
     if (!ChooseCorners(session_, guard.engine, &options, label, watch, out)) return out;
     Quad corners = out.corners;
-    if (options.autoRotate) corners = UprightCorners(guard.engine, label, watch, out);
+    if (options.autoRotate) corners = UprightCorners(session_, guard.engine, label, watch, out);
 
     if (QvSession_GetRectifiedImageSize(session_, guard.engine, corners.data(), 4, &out.pageWidth,
                                         &out.pageHeight) != QV_SESSION_OK) {
@@ -298,7 +256,7 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
     SessionData page;
     if (options.method == VP_ENHANCE_NONE) {
         if (QvSession_GetRectifiedImageData(session_, guard.engine, corners.data(), 4, &page.data,
-                                            &page.length) != 1) {
+                                            &page.length) != QV_SESSION_OK) {
             out.error = "rectification or encoding failed";
             return out;
         }
@@ -315,15 +273,12 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
         const int32_t got = QvSession_GetEnhancedImageData(session_, guard.engine, options.method,
                                                            &page.data, &page.length);
         console.Timing(label, "enhance + encode with EXIF", watch.Lap());
-        uint8_t probePixel[4] = {};
-        tagVPImage probe{VP_FORMAT_RGB, 4, 8, 1, 4, 1, probePixel};
-        tagVPImage* probeRecord = &probe;
-        if (VPGetImageFromHandle(guard.engine, &probeRecord, VP_IMAGE_ENHANCED) != 1) {
+        if (got == QV_SESSION_FAILED) {
             out.error =
                 std::string("enhancement '") + MethodName(options.method) + "' is not available";
             return out;
         }
-        if (got != 1) {
+        if (got != QV_SESSION_OK) {
             out.error = "enhancement or encoding failed";
             return out;
         }

@@ -11,10 +11,22 @@
  * block, so a session serves one capture at a time. Several sessions may run
  * at once on different threads (each with its own component manager).
  *
- * Results follow the host methods they serve (0 done, small positive codes
- * for failures, negative bitmap-interface codes passed on as they are); the
- * JPEG-bytes steps return 1 when bytes were delivered and 0 otherwise. Every
- * step logs its entry and exit lines and timing lines through MLogPrint.
+ * Every step answers with one of the QV_SESSION_* codes below (0 done) and,
+ * when it fails, delivers nothing: no bitmap is written, no bytes are
+ * handed out, no point is changed. The steps must come in their order:
+ *
+ *   QvSession_CreateEngine
+ *   QvSession_FindPageVertex            (or the caller's own corners)
+ *   QvSession_DetectTextDirection       (optional: corners for an upright page)
+ *   QvSession_GetRectifiedImageSize     (the page's size for those corners)
+ *   QvSession_GetRectifiedImage / ...Data
+ *   QvSession_GetEnhancedImage / ...Data   (any number of times)
+ *   QvSession_ReleaseEngine
+ *
+ * A step called before the step it builds on answers with a code of its
+ * own (QV_SESSION_NOT_RECTIFIED, QV_SESSION_NOT_SIZED) instead of
+ * rendering a blank page. Every step logs its entry and exit lines and
+ * timing lines through MLogPrint.
  */
 #ifndef SCRIVO_SESSION_H
 #define SCRIVO_SESSION_H
@@ -33,7 +45,7 @@ typedef struct QvSession QvSession;
 typedef struct {
     uint32_t width;
     uint32_t height;
-    uint32_t stride; /* bytes per row as the owner reports it */
+    uint32_t stride; /* bytes per row: the steps take only width x 4 */
     int32_t format;  /* QV_BITMAP_FORMAT_* */
 } QvBitmapInfo;
 
@@ -52,18 +64,40 @@ typedef struct {
     int32_t (*lockPixels)(void* context, void* bitmap, void** pixels);
 } QvBitmapAccess;
 
-/* Result codes of the bitmap steps and the vertex/size steps. */
+/* Result codes of every step. 3 is not used. */
 enum {
     QV_SESSION_OK = 0,
-    QV_SESSION_FAILED = 1,       /* not found / size failed / enhancement failed */
-    QV_SESSION_BAD_ARGUMENT = 2, /* point array length not 4; bitmap unusable */
-    QV_SESSION_NO_BITMAP = 4     /* enhancement without a bitmap; record allocation */
+    /* The engine could not do it: no page found, corners that do not bound
+     * a page (not convex, degenerate), a rectification or enhancement that
+     * produced no page. */
+    QV_SESSION_FAILED = 1,
+    /* A null session or result pointer, a point count other than 4, or a
+     * bitmap that cannot take the page (not RGBA_8888, pixels not locked,
+     * rows not width x 4 bytes). */
+    QV_SESSION_BAD_ARGUMENT = 2,
+    /* No bitmap was given, or no memory for the page. */
+    QV_SESSION_NO_BITMAP = 4,
+    /* The engine is null, already released, or not made by this session. */
+    QV_SESSION_UNKNOWN_ENGINE = 5,
+    /* An enhancement before any rectification: there is no page yet. */
+    QV_SESSION_NOT_RECTIFIED = 6,
+    /* The enhanced JPEG bytes before any size query, or after a size query
+     * for other corners than those of the rectified page. */
+    QV_SESSION_NOT_SIZED = 7,
+    /* The bitmap's width and height are not the page's. */
+    QV_SESSION_WRONG_SIZE = 8,
+    /* An enhancement method other than 1..5 (VP_ENHANCE_*). */
+    QV_SESSION_UNKNOWN_METHOD = 9,
+    /* The page could not be encoded as JPEG. */
+    QV_SESSION_NOT_ENCODED = 10
+    /* The bitmap steps also pass on a bitmap's negative getInfo code. */
 };
 
 /* A new session over a component manager with the JPEG components registered
  * (null when out of memory). The manager must outlive the session. */
 SCRIVO_API QvSession* QvSession_Create(MHAMCM manager);
-/* Frees the session and its EXIF copy (engines are the caller's). */
+/* Frees the session and its EXIF copy. Engines it made and did not release
+ * are released too. */
 SCRIVO_API void QvSession_Destroy(QvSession* session);
 /* JPEG quality of the encoded pages: 0 (the default) uses the framework's
  * default save; 1..100 an explicit quality (4:2:0). The EXIF thumbnail is
@@ -72,41 +106,80 @@ SCRIVO_API void QvSession_SetJpegQuality(QvSession* session, int32_t quality);
 
 /* Decodes the JPEG bytes, keeps the photograph's EXIF block and thumbnail
  * length, and creates an engine from the pixels; null on failure. Resets the
- * size from the last size query to 0 x 0. */
+ * size from the last size query to 0 x 0. The engine belongs to this
+ * session: give it back with QvSession_ReleaseEngine. */
 SCRIVO_API VPHandle QvSession_CreateEngine(QvSession* session, const uint8_t* jpeg, int32_t length);
-/* count must be 4: 0 found and written, 1 not found (points unchanged), 2
- * count not 4. Order: top-left, bottom-left, bottom-right, top-right. */
+/* Looks for the page: the one answer to "is there a page in the
+ * photograph". count must be 4.
+ *   0  a page: its corners are written (top-left, bottom-left,
+ *      bottom-right, top-right; they may lie outside the photograph when
+ *      the page runs past its frame);
+ *   1  no page: the points are left as they were (whatever the engine's
+ *      page search mode, VPSetPageSearch, answers for "nothing": the whole
+ *      photograph is never reported as a page);
+ *   2  count not 4 or null points;  5  unknown engine. */
 SCRIVO_API int32_t QvSession_FindPageVertex(QvSession* session, VPHandle engine, tagVPPoint* points,
                                             int32_t count);
-/* 0 done (size written and kept), 1 size failed, 2 count not 4. */
+/* Decides which way the text on the page within the four points runs, and
+ * writes to `upright` the corners to rectify so that the page comes out
+ * upright (turned by quarter turns in the same warp).
+ *   0  told: *turn = 0, 90, 180 or 270, the clockwise turn those corners
+ *      make;
+ *   1  could not tell (or the photograph is too small to turn): `upright`
+ *      = the points as given, *turn = -1;
+ *   2  count not 4 or a null pointer;  5  unknown engine.
+ * *width x *height (either may be null): the upright page as the decision
+ * saw it, the photograph's size when it could not decide. The size to
+ * rectify at comes from the size query on the `upright` corners. */
+SCRIVO_API int32_t QvSession_DetectTextDirection(QvSession* session, VPHandle engine,
+                                                 const tagVPPoint* points, int32_t count,
+                                                 tagVPPoint* upright, int32_t* turn, int32_t* width,
+                                                 int32_t* height);
+/* The page's size for these corners, kept for QvSession_GetEnhancedImageData.
+ * 0 done, 1 the corners bound no page, 2 count not 4 or a null pointer,
+ * 5 unknown engine. */
 SCRIVO_API int32_t QvSession_GetRectifiedImageSize(QvSession* session, VPHandle engine,
                                                    const tagVPPoint* points, int32_t count,
                                                    int32_t* width, int32_t* height);
-/* Rectifies into the caller's RGBA bitmap, which must have the size of the
- * last size query. 0 done (also for a count other than 4 and for no bitmap,
- * which do nothing), 1 rectification failed, 2 bitmap unusable, 4 no memory
- * for the record, or the bitmap's negative getInfo code. */
+/* Rectifies into the caller's RGBA bitmap, which must have the page's size
+ * for these corners (as the size query reports it). 0 done; 1 the corners
+ * bound no page or the rectification failed; 2 count not 4 (3 points
+ * included) or a bitmap that cannot take the page; 4 no bitmap (or no
+ * memory); 5 unknown engine; 8 bitmap of another size; or the bitmap's
+ * negative getInfo code. */
 SCRIVO_API int32_t QvSession_GetRectifiedImage(QvSession* session, VPHandle engine,
                                                const tagVPPoint* points, int32_t count,
                                                const QvBitmapAccess* bitmap);
-/* Enhances the rectified page (method 1..5) into the caller's RGBA bitmap:
- * 0 done, 1 enhancement failed, 2 bitmap unusable, 4 no bitmap, or the
- * bitmap's negative getInfo code. */
+/* Enhances the rectified page (method 1..5, each time from the rectified
+ * page) into the caller's RGBA bitmap of the page's size. 0 done; 1 the
+ * enhancement produced no page; 2 a bitmap that cannot take the page;
+ * 4 no bitmap; 5 unknown engine; 6 nothing rectified yet; 8 bitmap of
+ * another size; 9 unknown method; or the bitmap's negative getInfo code. */
 SCRIVO_API int32_t QvSession_GetEnhancedImage(QvSession* session, VPHandle engine, int32_t method,
                                               const QvBitmapAccess* bitmap);
 /* Rectifies and encodes the page as JPEG with the photograph's EXIF block
- * and a new thumbnail (when it had one). 1: *data (free with
- * QvSession_FreeData) and *length are set; 0: nothing was delivered. */
+ * and a new thumbnail (when it had one). 0: *data (the caller frees it with
+ * QvSession_FreeData) and *length are set. Otherwise *data is null and
+ * *length 0 (when they are not null): 1 the corners bound no page or the
+ * rectification failed, 2 count not 4 or null data/length, 4 no memory,
+ * 5 unknown engine, 10 not encoded. */
 SCRIVO_API int32_t QvSession_GetRectifiedImageData(QvSession* session, VPHandle engine,
                                                    const tagVPPoint* points, int32_t count,
                                                    uint8_t** data, int32_t* length);
-/* Enhances the rectified page at the size of the last size query and
- * encodes it like QvSession_GetRectifiedImageData. */
+/* Enhances the rectified page at the size of the last size query, which
+ * must be the page's, and encodes it like QvSession_GetRectifiedImageData.
+ * 0 delivered; otherwise nothing: 1 the enhancement produced no page,
+ * 2 null data/length, 4 no memory, 5 unknown engine, 6 nothing rectified
+ * yet, 7 no size query for the rectified page, 9 unknown method,
+ * 10 not encoded. */
 SCRIVO_API int32_t QvSession_GetEnhancedImageData(QvSession* session, VPHandle engine,
                                                   int32_t method, uint8_t** data, int32_t* length);
+/* Frees bytes delivered by the data steps (null is accepted). */
 SCRIVO_API void QvSession_FreeData(uint8_t* data);
-/* Releases the engine (null is accepted) and drops the kept EXIF block. */
-SCRIVO_API void QvSession_ReleaseEngine(QvSession* session, VPHandle engine);
+/* Releases an engine this session made and drops the kept EXIF block: 0.
+ * An unknown engine (null, already released, made elsewhere) is left alone,
+ * and so is the EXIF block: 5. A null session: 2. */
+SCRIVO_API int32_t QvSession_ReleaseEngine(QvSession* session, VPHandle engine);
 
 /* What the session keeps, for tools and tests. */
 SCRIVO_API uint32_t QvSession_GetExifLength(const QvSession* session);

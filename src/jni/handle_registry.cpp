@@ -35,6 +35,15 @@ VPHandle HandleRegistry::Take(int32_t id) {
     return engine;
 }
 
+void HandleRegistry::TakeAll() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (size_t i = 0; i < slots_.size(); ++i) {
+        if (slots_[i] == nullptr) continue;
+        slots_[i] = nullptr;
+        released_.push_back(static_cast<int32_t>(i + 1));
+    }
+}
+
 HandleRegistry& Engines() {
     static HandleRegistry registry;
     return registry;

@@ -38,6 +38,8 @@ class HandleRegistry {
     VPHandle Find(int32_t id) const;
     // Removes the id and answers its engine (null when unknown).
     VPHandle Take(int32_t id);
+    // Removes every id (their engines go with the session that made them).
+    void TakeAll();
 
   private:
     mutable std::mutex mutex_;

@@ -14,8 +14,11 @@
 // Calling native_Init again without native_Uninit first tears the previous
 // state down silently, so the old manager, session and global references are
 // not leaked. JNI_Uninit destroys the session before the manager it borrows,
-// then drops the global references; engines the host still holds stay valid
-// and are freed by native_ReleaseEngine.
+// then drops the global references. Engines belong to the session that made
+// them: destroying it releases the ones the host has not, and their handles
+// are forgotten, so a handle kept across native_Uninit answers "unknown
+// engine" (5) from then on instead of reaching freed memory.
+#include "jni/handle_registry.h"
 #include "jni/jni_bridge.h"
 #include "scrivo/platform.h"
 
@@ -85,9 +88,16 @@ void DropClasses(JNIEnv* env) {
     g_mid_faceresult_constructor = nullptr;
 }
 
-void DropSessionAndManager() {
+// The session releases the engines it made; their ids go with them, so a
+// host that keeps one gets "unknown engine" rather than a freed engine.
+void DropSession() {
+    Engines().TakeAll();
     QvSession_Destroy(g_session);
     g_session = nullptr;
+}
+
+void DropSessionAndManager() {
+    DropSession();
     if (m_hAMCM != nullptr) AMCM_Destroy(m_hAMCM);
     m_hAMCM = nullptr;
 }
@@ -137,8 +147,7 @@ void JNI_Uninit(JNIEnv* env, jclass host) {
     (void)host;
     std::lock_guard<std::mutex> lock(NativesLock());
     MLogPrint(MLOG_DEBUG, "JNI_Uninit in <----");
-    QvSession_Destroy(g_session);
-    g_session = nullptr;
+    DropSession();
     MLogPrint(MLOG_DEBUG, "UninitCallback <---\n");
     if (m_hAMCM != nullptr) AMCM_Destroy(m_hAMCM);
     m_hAMCM = nullptr;

@@ -21,8 +21,15 @@
 // a failure to make it (a pending OutOfMemoryError, which is cleared) yields
 // null like every other failure of the data natives.
 //
-// Handles are registry ids (handle_registry.h); an unknown id reaches the
-// session as a null engine, which every engine operation refuses.
+// Handles are registry ids (handle_registry.h); an unknown id (0, never
+// handed out, or released) reaches the session as a null engine, which
+// every step refuses with QV_SESSION_UNKNOWN_ENGINE (5) and which a release
+// leaves alone, so a stale release cannot drop the live capture's EXIF
+// block.
+//
+// Results: the int natives hand the session's code back as it is (see
+// session.h and QuorvexScrivo.java). The bytes natives can only say
+// "nothing": any code but 0 becomes null.
 #include <cstdint>
 
 #include "jni/android_api.h"
@@ -224,8 +231,8 @@ jbyteArray JNI_GetRectifiedImageData(JNIEnv* env, jclass, jint handle, jobjectAr
     const int32_t count = ReadPoints(env, points, quad);
     uint8_t* data = nullptr;
     int32_t length = 0;
-    if (!QvSession_GetRectifiedImageData(g_session, Engines().Find(handle), quad, count, &data,
-                                         &length)) {
+    if (QvSession_GetRectifiedImageData(g_session, Engines().Find(handle), quad, count, &data,
+                                        &length) != QV_SESSION_OK) {
         return nullptr;
     }
     return ToByteArray(env, data, length);
@@ -241,8 +248,8 @@ jbyteArray JNI_GetEnhancedImageData(JNIEnv* env, jclass, jint handle, jint metho
     std::lock_guard<std::mutex> lock(NativesLock());
     uint8_t* data = nullptr;
     int32_t length = 0;
-    if (!QvSession_GetEnhancedImageData(g_session, Engines().Find(handle), method, &data,
-                                        &length)) {
+    if (QvSession_GetEnhancedImageData(g_session, Engines().Find(handle), method, &data, &length) !=
+        QV_SESSION_OK) {
         return nullptr;
     }
     return ToByteArray(env, data, length);

@@ -20,13 +20,22 @@
  * Early returns skip the "out ---->" lines (wrong point count, page not
  * found, stream not opened): the host's log readers rely on the exact
  * sequence, so they are kept. Null sessions, null point arrays and null
- * result pointers are treated as bad arguments and never followed.
+ * result pointers are treated as bad arguments and never followed; an
+ * engine the session did not make (or has released) is refused after the
+ * entry line, before it is touched.
+ *
+ * "No page" has one answer whatever the engine's page search mode: the
+ * verified search reports nothing found with the whole photograph, the
+ * fixed steps report the whole photograph as found; both are 1 with the
+ * caller's points untouched.
  */
 #include <cstring>
 #include <new>
 
 #include "session/session_internal.h"
 
+using scrivo::session::IsWholePhotograph;
+using scrivo::session::PhotographSize;
 using scrivo::session::Since;
 using scrivo::session::StreamCloser;
 
@@ -146,6 +155,11 @@ extern "C" VPHandle QvSession_CreateEngine(QvSession* s, const uint8_t* jpeg, in
         const uint32_t t1 = MGetCurTimeStamp();
         engine = VPCreateDocuviaClient(&image);
         MLogPrint(MLOG_DEBUG, "QvNote performance native VPCreateDocuviaClient cost %d", Since(t1));
+        try {
+            if (engine) s->engines.push_back(engine);
+        } catch (...) {  // no memory to remember it: an engine no step would take
+            VPReleaseDocuviaClient(&engine);
+        }
     }
     MLogPrint(MLOG_DEBUG, "JNI_CreateEngine out ---->");
     return engine;
@@ -155,12 +169,15 @@ extern "C" int32_t QvSession_FindPageVertex(QvSession* s, VPHandle engine, tagVP
                                             int32_t count) {
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_FindPageVertex in <----");
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
     if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {};
     const uint32_t t0 = MGetCurTimeStamp();
     const uint32_t found = VPFindPageVertex(engine, quad);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPFindPageVertex cost %d", Since(t0));
-    if (!found) return QV_SESSION_FAILED;
+    int32_t w = 0, h = 0;
+    if (!found || !PhotographSize(engine, &w, &h) || IsWholePhotograph(quad, w, h))
+        return QV_SESSION_FAILED;
     for (int i = 0; i < 4; ++i) points[i] = quad[i];
     MLogPrint(MLOG_DEBUG, "JNI_FindPageVertex out ---->");
     return QV_SESSION_OK;
@@ -171,28 +188,36 @@ extern "C" int32_t QvSession_GetRectifiedImageSize(QvSession* s, VPHandle engine
                                                    int32_t* width, int32_t* height) {
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImageSize in <----");
-    if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (count != 4 || points == nullptr || width == nullptr || height == nullptr)
+        return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
     int32_t w = 0, h = 0;
     const uint32_t t0 = MGetCurTimeStamp();
     const uint32_t ok = VPGetRectifiedImageSize(engine, quad, &w, &h);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPGetRectifiedImageSize cost %d", Since(t0));
     if (!ok) return QV_SESSION_FAILED;
-    if (width) *width = w;
-    if (height) *height = h;
+    *width = w;
+    *height = h;
     s->m_lRectifiedWidth = w;
     s->m_lRectifiedHeight = h;
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImageSize out ---->");
     return QV_SESSION_OK;
 }
 
-extern "C" void QvSession_ReleaseEngine(QvSession* s, VPHandle engine) {
+extern "C" int32_t QvSession_ReleaseEngine(QvSession* s, VPHandle engine) {
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    // A stale handle must neither free memory twice nor take the current
+    // photograph's EXIF block with it.
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    std::erase(s->engines, engine);
     const uint32_t t0 = MGetCurTimeStamp();
     VPReleaseDocuviaClient(&engine);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPReleaseDocuviaClient cost %d", Since(t0));
     MLogPrint(MLOG_DEBUG, "ReleaseExifInfo in <----");
-    if (s) s->DropExif();
+    s->DropExif();
     MLogPrint(MLOG_DEBUG, "ReleaseExifInfo out ---->");
+    return QV_SESSION_OK;
 }
 
 extern "C" uint32_t QvSession_GetExifLength(const QvSession* s) {

@@ -5,9 +5,11 @@
  * component manager, the photograph's EXIF block (m_pExifData, a heap block
  * from MMemAlloc(0, n) because MeReplaceThumbnailInExif reallocates it in
  * place), its length, the byte length of the photograph's own thumbnail,
- * the size from the last size query and the JPEG quality of the pages.
- * The destructor frees the EXIF block, so every exit path of its owner
- * releases it.
+ * the size from the last size query, the JPEG quality of the pages and the
+ * engines it made and has not released (a step on any other engine is
+ * refused before the engine is touched, so a released or foreign handle is
+ * never followed). The destructor frees the EXIF block and releases those
+ * engines, so every exit path of its owner gives them back.
  */
 #ifndef SCRIVO_SESSION_SESSION_INTERNAL_H
 #define SCRIVO_SESSION_SESSION_INTERNAL_H
@@ -29,12 +31,22 @@ struct QvSession {
     int32_t lThumbLength = 0;
     int32_t m_lRectifiedWidth = 0;
     int32_t m_lRectifiedHeight = 0;
-    int32_t jpegQuality = 0;  // 0: the framework's default save
+    int32_t jpegQuality = 0;        // 0: the framework's default save
+    std::vector<VPHandle> engines;  // made here, not yet released
 
     QvSession() = default;
     QvSession(const QvSession&) = delete;
     QvSession& operator=(const QvSession&) = delete;
-    ~QvSession() { DropExif(); }
+    ~QvSession() {
+        for (VPHandle e : engines) VPReleaseDocuviaClient(&e);
+        DropExif();
+    }
+
+    bool Owns(VPHandle engine) const {
+        for (VPHandle e : engines)
+            if (e == engine) return engine != nullptr;
+        return false;
+    }
 
     void DropExif() {
         if (m_pExifData) MeFreeExifData(m_pExifData);
@@ -79,6 +91,17 @@ int32_t EncodePage(QvSession* session, uint8_t* pixels, int32_t width, int32_t h
 
 /* Encodes a bitmap as JPEG at `quality` (0: the framework's default save). */
 MRESULT SaveJpeg(MHAMCM manager, MHStream stream, const MBITMAP* bitmap, int32_t quality);
+
+/* What an engine holds, read from the engine itself so that the session's
+ * checks agree with what the engine will do whatever was called on it.
+ * Each is false (sizes untouched) when the engine holds no such image. */
+bool PhotographSize(VPHandle engine, int32_t* width, int32_t* height);
+/* The page that enhancement starts from: the rectified one. */
+bool RectifiedPageSize(VPHandle engine, int32_t* width, int32_t* height);
+bool EnhancedPageSize(VPHandle engine, int32_t* width, int32_t* height);
+
+/* The whole W x H photograph as a quadrangle: (0,0), (0,H), (W,H), (W,0). */
+bool IsWholePhotograph(const tagVPPoint quad[4], int32_t width, int32_t height);
 
 }  // namespace scrivo::session
 

@@ -6,23 +6,26 @@
  * check, then lockPixels, then the null-pixel check), each failure with its
  * own log line and code; a bitmap whose getInfo or lockPixels call is
  * missing is treated like no bitmap at all. The page is written as rows of
- * width x 4 bytes; the bitmap must have the size of the last size query.
+ * width x 4 bytes, so a bitmap whose rows are laid out otherwise is refused.
  *
- * JPEG outputs render the page into a zeroed block owned here (so nothing
- * stale is ever encoded, e.g. when an enhancement produces no image), encode
- * it into an empty growable memory stream, put the EXIF block with a new
+ * The engine copies a page only into a record of exactly the page's size
+ * and says nothing when it does not, so every step makes sure of the size
+ * before it asks: the rectified bitmap must have the size of the page for
+ * its corners, the enhanced bitmap and the enhanced bytes the size of the
+ * rectified page the engine holds (the enhanced bytes are made at the size
+ * of the last size query, which therefore has to be that size). A step out
+ * of order answers with its own code and leaves the engine's images as
+ * they were. After the engine's step the page it made is checked once more
+ * against the record, so a step that produced no page, or one of another
+ * size, fails instead of delivering the untouched record.
+ *
+ * JPEG outputs render the page into a zeroed block owned here, encode it
+ * into an empty growable memory stream, put the EXIF block with a new
  * thumbnail into it when the photograph had one, and copy the stream into a
  * heap block for the caller. A failed encoding delivers nothing: a caller
  * never receives a partial or empty JPEG. The pages are encoded with the
  * session's JPEG quality (0 keeps the framework's default save, 4:2:0); the
  * thumbnail always uses the default.
- *
- * The enhanced-bytes step uses the size of the last size query without
- * checking it: before any query the record is 0 x 0, the engine copies
- * nothing and the encoder refuses the empty image (nothing is delivered).
- * An enhancement that reports failure delivers nothing either, rather than
- * an encoded blank page. Its result is not otherwise checked: a method that
- * succeeds without producing an image leaves the zeroed record as it is.
  */
 #include <cstring>
 #include <memory>
@@ -30,6 +33,8 @@
 
 #include "session/session_internal.h"
 
+using scrivo::session::EnhancedPageSize;
+using scrivo::session::RectifiedPageSize;
 using scrivo::session::Since;
 using scrivo::session::StreamCloser;
 
@@ -114,6 +119,10 @@ int32_t LockBitmap(const char* step, const QvBitmapAccess* access, int line, int
         MLogPrint(MLOG_DEBUG, "%s info.format != ANDROID_BITMAP_FORMAT_RGBA_8888", step);
         return QV_SESSION_BAD_ARGUMENT;
     }
+    if (info->stride != info->width * 4u || info->width > INT32_MAX / 4 ||
+        info->height > INT32_MAX) {
+        return QV_SESSION_BAD_ARGUMENT;
+    }
     void* p = nullptr;
     if (access->lockPixels(access->context, access->bitmap, &p) < 0) {
         MLogPrint(MLOG_DEBUG, "%s AndroidBitmap_lockPixels  Error", step);
@@ -127,13 +136,26 @@ int32_t LockBitmap(const char* step, const QvBitmapAccess* access, int line, int
     return QV_SESSION_OK;
 }
 
-/* The 4-channel record over a bitmap's pixels. */
+/* The 4-channel record over a bitmap's pixels (sizes checked by LockBitmap). */
 void DescribeBitmap(tagVPImage* rec, const QvBitmapInfo& info, uint8_t* pixels) {
-    // Unsigned arithmetic: an absurd width gives an absurd record (which the
-    // engine refuses for its size), never an overflow.
     const int32_t w = static_cast<int32_t>(info.width);
-    const int32_t pitch = static_cast<int32_t>(info.width * 4u);
-    *rec = tagVPImage{VP_FORMAT_RGB, 4, 8, w, pitch, static_cast<int32_t>(info.height), pixels};
+    *rec = tagVPImage{VP_FORMAT_RGB, 4, 8, w, w * 4, static_cast<int32_t>(info.height), pixels};
+}
+
+bool SameSize(const QvBitmapInfo& info, int32_t width, int32_t height) {
+    return static_cast<int64_t>(info.width) == width && static_cast<int64_t>(info.height) == height;
+}
+
+/* Whether the engine's image (read by `size`) is width x height, i.e. was
+ * copied into a record of that size. */
+bool Delivered(bool (*size)(VPHandle, int32_t*, int32_t*), VPHandle engine, int32_t width,
+               int32_t height) {
+    int32_t w = 0, h = 0;
+    return size(engine, &w, &h) && w == width && h == height;
+}
+
+bool KnownMethod(int32_t method) {
+    return method >= VP_ENHANCE_NONE && method <= VP_ENHANCE_ECONOMIC;
 }
 
 bool ValidOut(uint8_t** data, int32_t* length) {
@@ -151,21 +173,24 @@ extern "C" int32_t QvSession_GetRectifiedImage(QvSession* s, VPHandle engine,
     static const char kStep[] = "JNI_GetRectifiedImage";
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage in <----");
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
     std::unique_ptr<tagVPImage> rec(new (std::nothrow) tagVPImage{});
     if (!rec) return QV_SESSION_NO_BITMAP;
-    // A wrong point count is deliberately answered with 0, not an error.
-    if (count != 4 || points == nullptr) return QV_SESSION_OK;
+    if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
     QvBitmapInfo info{};
     uint8_t* pixels = nullptr;
-    const int32_t rc = LockBitmap(kStep, bitmap, 631, QV_SESSION_OK, &info, &pixels);
-    if (rc != QV_SESSION_OK || pixels == nullptr) return rc;
+    const int32_t rc = LockBitmap(kStep, bitmap, 631, QV_SESSION_NO_BITMAP, &info, &pixels);
+    if (rc != QV_SESSION_OK) return rc;
+    int32_t w = 0, h = 0;
+    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return QV_SESSION_FAILED;
+    if (!SameSize(info, w, h)) return QV_SESSION_WRONG_SIZE;
     DescribeBitmap(rec.get(), info, pixels);
     tagVPImage* out = rec.get();
     const uint32_t t0 = MGetCurTimeStamp();
     const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
-    if (!ok) return QV_SESSION_FAILED;
+    if (!ok || !Delivered(RectifiedPageSize, engine, w, h)) return QV_SESSION_FAILED;
     rec.reset();
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage out ---->");
     return QV_SESSION_OK;
@@ -176,60 +201,82 @@ extern "C" int32_t QvSession_GetEnhancedImage(QvSession* s, VPHandle engine, int
     static const char kStep[] = "JNI_GetEnhancedImage";
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImage in <----");
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
     std::unique_ptr<tagVPImage> rec(new (std::nothrow) tagVPImage{});
     if (!rec) return QV_SESSION_NO_BITMAP;
+    if (!KnownMethod(method)) return QV_SESSION_UNKNOWN_METHOD;
     QvBitmapInfo info{};
     uint8_t* pixels = nullptr;
     const int32_t rc = LockBitmap(kStep, bitmap, 785, QV_SESSION_NO_BITMAP, &info, &pixels);
     if (rc != QV_SESSION_OK) return rc;
+    int32_t w = 0, h = 0;
+    if (!RectifiedPageSize(engine, &w, &h)) return QV_SESSION_NOT_RECTIFIED;
+    if (!SameSize(info, w, h)) return QV_SESSION_WRONG_SIZE;
     DescribeBitmap(rec.get(), info, pixels);
     tagVPImage* out = rec.get();
-    const int32_t result = VPEnhancement(engine, method, &out) ? QV_SESSION_OK : QV_SESSION_FAILED;
+    const bool ok =
+        VPEnhancement(engine, method, &out) && Delivered(EnhancedPageSize, engine, w, h);
     rec.reset();
     MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImage out ---->");
-    return result;
+    return ok ? QV_SESSION_OK : QV_SESSION_FAILED;
 }
 
 extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine,
                                                    const tagVPPoint* points, int32_t count,
                                                    uint8_t** data, int32_t* length) {
-    if (!s || !ValidOut(data, length)) return 0;
+    if (!s || !ValidOut(data, length)) return QV_SESSION_BAD_ARGUMENT;
     // The bitmap step's entry line: the host's log readers expect it here.
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage in <----");
-    if (count != 4 || points == nullptr) return 0;
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
     int32_t w = 0, h = 0;
-    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return 0;
+    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return QV_SESSION_FAILED;
     std::vector<uint8_t> pixels;
-    if (!scrivo::session::AllocPixels(w, h, &pixels)) return 0;
+    if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
     tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
     tagVPImage* out = &rec;
     uint32_t t0 = MGetCurTimeStamp();
     const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
-    if (!ok) return 0;
+    if (!ok || !Delivered(RectifiedPageSize, engine, w, h)) return QV_SESSION_FAILED;
     t0 = MGetCurTimeStamp();
-    const int32_t delivered = scrivo::session::EncodePage(s, pixels.data(), w, h,
-                                                         "JNI_GetRectifiedImageData", data, length);
+    const int32_t delivered = scrivo::session::EncodePage(
+        s, pixels.data(), w, h, "JNI_GetRectifiedImageData", data, length);
     MLogPrint(MLOG_DEBUG, "QvNote performance native encode cost %d", Since(t0));
-    return delivered;
+    return delivered ? QV_SESSION_OK : QV_SESSION_NOT_ENCODED;
 }
+
+namespace {
+
+int32_t EnhanceAndEncode(QvSession* s, VPHandle engine, int32_t method, uint8_t** data,
+                         int32_t* length) {
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (!KnownMethod(method)) return QV_SESSION_UNKNOWN_METHOD;
+    int32_t w = 0, h = 0;
+    if (!RectifiedPageSize(engine, &w, &h)) return QV_SESSION_NOT_RECTIFIED;
+    // The bytes are made at the size of the last size query: before any
+    // query, or after one for other corners, the page would not fit.
+    if (s->m_lRectifiedWidth != w || s->m_lRectifiedHeight != h) return QV_SESSION_NOT_SIZED;
+    std::vector<uint8_t> pixels;
+    if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
+    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
+    tagVPImage* out = &rec;
+    if (!VPEnhancement(engine, method, &out) || !Delivered(EnhancedPageSize, engine, w, h))
+        return QV_SESSION_FAILED;
+    return scrivo::session::EncodePage(s, pixels.data(), w, h, "JNI_GetEnhancedImageData", data,
+                                       length)
+               ? QV_SESSION_OK
+               : QV_SESSION_NOT_ENCODED;
+}
+
+}  // namespace
 
 extern "C" int32_t QvSession_GetEnhancedImageData(QvSession* s, VPHandle engine, int32_t method,
                                                   uint8_t** data, int32_t* length) {
-    if (!s || !ValidOut(data, length)) return 0;
+    if (!s || !ValidOut(data, length)) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImageData in <----");
-    const int32_t w = s->m_lRectifiedWidth, h = s->m_lRectifiedHeight;
-    std::vector<uint8_t> pixels;
-    int32_t delivered = 0;
-    if (scrivo::session::AllocPixels(w, h, &pixels)) {
-        tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
-        tagVPImage* out = &rec;
-        // A failed enhancement delivers nothing rather than a blank page.
-        if (VPEnhancement(engine, method, &out))
-            delivered = scrivo::session::EncodePage(s, pixels.data(), w, h,
-                                                   "JNI_GetEnhancedImageData", data, length);
-    }
+    const int32_t result = EnhanceAndEncode(s, engine, method, data, length);
     MLogPrint(MLOG_DEBUG, "JNI_GetEnhancedImageData out ---->");
-    return delivered;
+    return result;
 }

@@ -85,10 +85,10 @@ TEST(SessionCapture, WholeCaptureLogsExactlyAndCarriesTheExifBlock) {
 
     uint8_t* data = nullptr;
     int32_t len = 0;
-    ASSERT_EQ(QvSession_GetRectifiedImageData(s, h, quad, 4, &data, &len), 1);
+    ASSERT_EQ(QvSession_GetRectifiedImageData(s, h, quad, 4, &data, &len), 0);
     const Bytes page(data, data + len);
     QvSession_FreeData(data);
-    ASSERT_EQ(QvSession_GetEnhancedImageData(s, h, VP_ENHANCE_NONE, &data, &len), 1);
+    ASSERT_EQ(QvSession_GetEnhancedImageData(s, h, VP_ENHANCE_NONE, &data, &len), 0);
     QvSession_FreeData(data);
     EXPECT_EQ(QvSession_GetEnhancedImage(s, h, VP_ENHANCE_NONE, &access), 0);
     QvSession_ReleaseEngine(s, h);
@@ -157,26 +157,27 @@ TEST(SessionCapture, FailurePathsAnswerWithTheirCodesAndLines) {
     tagVPPoint quad[4] = {{0, 0}, {0, 48}, {64, 48}, {64, 0}};
     uint8_t* data = reinterpret_cast<uint8_t*>(1);
     int32_t len = 7;
-    // Enhanced bytes before any size query: a 0 x 0 page, nothing delivered.
-    EXPECT_EQ(QvSession_GetEnhancedImageData(s, h, VP_ENHANCE_NONE, &data, &len), 0);
+    // Enhanced bytes before anything was rectified: nothing delivered.
+    EXPECT_EQ(QvSession_GetEnhancedImageData(s, h, VP_ENHANCE_NONE, &data, &len),
+              QV_SESSION_NOT_RECTIFIED);
     EXPECT_EQ(data, nullptr);
     EXPECT_EQ(log.Take(), (std::vector<std::string>{"JNI_GetEnhancedImageData in <----",
                                                     "JNI_GetEnhancedImageData out ---->"}));
-    // Three points.
+    // Three points: a bad argument for every step that takes points.
     EXPECT_EQ(QvSession_FindPageVertex(s, h, quad, 3), 2);
     EXPECT_EQ(QvSession_GetRectifiedImageSize(s, h, quad, 3, nullptr, nullptr), 2);
-    EXPECT_EQ(QvSession_GetRectifiedImage(s, h, quad, 3, nullptr), 0);
-    EXPECT_EQ(QvSession_GetRectifiedImageData(s, h, quad, 3, &data, &len), 0);
+    EXPECT_EQ(QvSession_GetRectifiedImage(s, h, quad, 3, nullptr), 2);
+    EXPECT_EQ(QvSession_GetRectifiedImageData(s, h, quad, 3, &data, &len), 2);
     EXPECT_EQ(log.Take(), (std::vector<std::string>{
                               "JNI_FindPageVertex in <----", "JNI_GetRectifiedImageSize in <----",
                               "JNI_GetRectifiedImage in <----", "JNI_GetRectifiedImage in <----"}));
-    ASSERT_EQ(QvSession_GetRectifiedImageData(s, h, quad, 4, &data, &len), 1);
+    ASSERT_EQ(QvSession_GetRectifiedImageData(s, h, quad, 4, &data, &len), 0);
     EXPECT_TRUE(ExifOf(Bytes(data, data + len)).empty());
     QvSession_FreeData(data);
     log.Take();
 
     // Bitmap checks, in the order they are made.
-    EXPECT_EQ(QvSession_GetRectifiedImage(s, h, quad, 4, nullptr), 0);
+    EXPECT_EQ(QvSession_GetRectifiedImage(s, h, quad, 4, nullptr), 4);
     EXPECT_EQ(QvSession_GetEnhancedImage(s, h, 1, nullptr), 4);
     FakeBitmap bad(64, 48);
     QvBitmapAccess access = bad.Access();
@@ -203,11 +204,10 @@ TEST(SessionCapture, FailurePathsAnswerWithTheirCodesAndLines) {
                   "JNI_GetRectifiedImage AndroidBitmap_lockPixels  Error",
                   "JNI_GetEnhancedImage in <----", "JNI_GetEnhancedImage format=1",
                   "JNI_GetEnhancedImage pixels = MNull"}));
-    QvSession_ReleaseEngine(s, h);
-    // Null sessions and engines are answered, never followed.
+    EXPECT_EQ(QvSession_ReleaseEngine(s, h), 0);
+    // Null sessions are answered, never followed.
     EXPECT_EQ(QvSession_CreateEngine(nullptr, plain.data(), 10), nullptr);
-    EXPECT_EQ(QvSession_FindPageVertex(s, nullptr, quad, 4), 1);
-    EXPECT_EQ(QvSession_GetRectifiedImageData(nullptr, nullptr, quad, 4, &data, &len), 0);
-    QvSession_ReleaseEngine(nullptr, nullptr);
+    EXPECT_EQ(QvSession_GetRectifiedImageData(nullptr, nullptr, quad, 4, &data, &len), 2);
+    EXPECT_EQ(QvSession_ReleaseEngine(nullptr, nullptr), 2);
     QvSession_Destroy(s);
 }

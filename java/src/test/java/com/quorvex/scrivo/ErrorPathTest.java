@@ -54,7 +54,7 @@ class ErrorPathTest {
             2, List.of("JNI_FindPageVertex in <----"), () -> native_FindPageVertex(handle, three));
         expect(2, List.of("JNI_GetRectifiedImageSize in <----"),
             () -> native_GetRectifiedImageSize(handle, three, new RectifiedSize()));
-        expect(0, List.of("JNI_GetRectifiedImage in <----"),
+        expect(RESULT_BAD_ARGUMENT, List.of("JNI_GetRectifiedImage in <----"),
             () -> native_GetRectifiedImage(handle, three, bitmap));
         expect(null, List.of("JNI_GetRectifiedImage in <----"),
             () -> native_GetRectifiedImageData(handle, three));
@@ -71,7 +71,7 @@ class ErrorPathTest {
     @Test
     void bitmapsThatCannotTakeThePage() {
         String rect = "JNI_GetRectifiedImage", enh = "JNI_GetEnhancedImage";
-        expect(0, List.of(rect + " in <----", rect + " [Ln631] bitmap=MNull"),
+        expect(RESULT_NO_BITMAP, List.of(rect + " in <----", rect + " [Ln631] bitmap=MNull"),
             () -> native_GetRectifiedImage(handle, whole, null));
         expect(4, List.of(enh + " in <----", enh + " [Ln785] bitmap=MNull"),
             () -> native_GetEnhancedImage(handle, ENHANCE_NONE, null));
@@ -97,6 +97,33 @@ class ErrorPathTest {
     }
 
     @Test
+    void stepsOutOfOrderGiveTheirCodesAndNoPage() throws Exception {
+        int fresh = native_CreateEngine(TestSupport.photoBytes());
+        assertTrue(fresh > 0);
+        try {
+            RectifiedSize page = new RectifiedSize();
+            assertEquals(RESULT_OK, native_GetRectifiedImageSize(fresh, whole, page));
+            int w = page.width, h = page.height;
+            Bitmap enhanced = Bitmap.createBitmap(w, h, Bitmap.Config.ARGB_8888);
+            // The rectification skipped: a code, not a black page.
+            assertEquals(
+                RESULT_NOT_RECTIFIED, native_GetEnhancedImage(fresh, ENHANCE_GREY, enhanced));
+            assertNull(native_GetEnhancedImageData(fresh, ENHANCE_GREY));
+            assertEquals(0, enhanced.getPixel(w / 2, h / 2));
+            Bitmap small = Bitmap.createBitmap(w - 1, h, Bitmap.Config.ARGB_8888);
+            assertEquals(RESULT_WRONG_SIZE, native_GetRectifiedImage(fresh, whole, small));
+            Bitmap rectified = Bitmap.createBitmap(w, h, Bitmap.Config.ARGB_8888);
+            assertEquals(RESULT_OK, native_GetRectifiedImage(fresh, whole, rectified));
+            assertEquals(RESULT_UNKNOWN_METHOD, native_GetEnhancedImage(fresh, 7, enhanced));
+            assertNull(native_GetEnhancedImageData(fresh, 0));
+            assertEquals(RESULT_OK, native_GetEnhancedImage(fresh, ENHANCE_NONE, enhanced));
+            assertEquals(rectified.getPixel(w / 2, h / 2), enhanced.getPixel(w / 2, h / 2));
+        } finally {
+            native_ReleaseEngine(fresh);
+        }
+    }
+
+    @Test
     void bytesThatAreNotAPhotograph() {
         byte[] text = "certainly not a JPEG photograph".getBytes();
         expect(0,
@@ -117,8 +144,10 @@ class ErrorPathTest {
         assertTrue(second > 0 && second != handle);
         native_ReleaseEngine(second);
         for (int stale : new int[] {second, 0, -7, 123456}) {
-            assertEquals(1, native_FindPageVertex(stale, TestSupport.quad(0, 0, 0, 0, 0, 0, 0, 0)));
-            assertEquals(1, native_GetRectifiedImageSize(stale, whole, new RectifiedSize()));
+            assertEquals(RESULT_UNKNOWN_ENGINE,
+                native_FindPageVertex(stale, TestSupport.quad(0, 0, 0, 0, 0, 0, 0, 0)));
+            assertEquals(RESULT_UNKNOWN_ENGINE,
+                native_GetRectifiedImageSize(stale, whole, new RectifiedSize()));
             assertNull(native_GetRectifiedImageData(stale, whole));
             native_ReleaseEngine(stale); // harmless
         }
