@@ -12,8 +12,12 @@
 //
 // Threads: one Worker (component manager + session) per thread, files
 // handed out through an atomic index in sorted order. The default is one
-// thread per processor but never more than there are files; the engine's
-// warp and enhancement start their own task threads inside each file.
+// thread per processor but never more than there are files. The library's
+// warp and enhancement start their own task threads inside each file, so
+// with several files at once the library is limited to its share of the
+// cores (cores / files at once, at least one): more busy threads than cores
+// only add switching. One file at a time leaves the library unlimited.
+// Pages come out byte for byte the same whatever the limit.
 #include "batch.h"
 
 #include <algorithm>
@@ -25,6 +29,7 @@
 
 #include "console.h"
 #include "report.h"
+#include "scrivo/parallel.h"
 
 namespace fs = std::filesystem;
 
@@ -144,6 +149,9 @@ BatchResult RunScan(const Plan& plan, const ScanOptions& options, unsigned threa
     const size_t count = plan.jobs.size();
     if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
     threads = static_cast<unsigned>(std::min<size_t>(threads, std::max<size_t>(count, 1)));
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    mcvParallelSetThreadLimit(threads > 1 ? static_cast<int32_t>(std::max(1u, cores / threads))
+                                          : 0);
     std::atomic<size_t> next{0}, ok{0}, failed{0};
     Console& console = Console::Get();
     if (plan.batch) console.StartProgress(count);

@@ -1,16 +1,13 @@
 // Console output of the tool.
 //
 // Standard output carries results only (the written page and its corners,
-// or the JSON of `detect`). The library's task engine prints a line to
-// standard output whenever the real-time thread policy is refused, which
-// would corrupt JSON; so TakeOverStdout keeps the real standard output on a
-// duplicated descriptor for the tool and points descriptor 1 at standard
-// error for everybody else. All writes go straight to descriptors with
-// write(2), under one mutex, so lines from worker threads never interleave
-// mid-line and the progress bar can be cleared before and redrawn after
-// every message. The bar is drawn only when standard error is a terminal;
-// otherwise each finished file gives one plain "[i/n] name: ok" line, which
-// reads well in logs and CI output.
+// or the JSON of `detect`). The library never writes to either stream; its
+// log lines reach standard error only through the sink --verbose installs.
+// All writes go straight to descriptors with write(2), under one mutex, so
+// lines from worker threads never interleave mid-line and the progress bar
+// can be cleared before and redrawn after every message. The bar is drawn only when standard error
+// is a terminal; otherwise each finished file gives one plain "[i/n] name: ok" line, which reads
+// well in logs and CI output.
 #include "console.h"
 
 #include <unistd.h>
@@ -45,31 +42,6 @@ Console& Console::Get() {
     return console;
 }
 
-void Console::TakeOverStdout() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (savedStdout_ >= 0) return;
-    std::fflush(stdout);
-    savedStdout_ = dup(1);
-    if (savedStdout_ < 0) return;  // keep writing to descriptor 1
-    if (dup2(2, 1) < 0) {
-        close(savedStdout_);
-        savedStdout_ = -1;
-        return;
-    }
-    outFd_ = savedStdout_;
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-}
-
-void Console::RestoreStdout() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (savedStdout_ < 0) return;
-    std::fflush(stdout);
-    dup2(savedStdout_, 1);
-    close(savedStdout_);
-    savedStdout_ = -1;
-    outFd_ = 1;
-}
-
 void Console::WriteLocked(int fd, const std::string& text) {
     size_t written = 0;
     while (written < text.size()) {
@@ -83,7 +55,7 @@ void Console::WriteLocked(int fd, const std::string& text) {
 void Console::Out(const std::string& text) {
     std::lock_guard<std::mutex> lock(mutex_);
     ClearBarLocked();
-    WriteLocked(outFd_, text);
+    WriteLocked(1, text);
     DrawBarLocked();
 }
 

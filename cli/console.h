@@ -1,5 +1,5 @@
 // The tool's two output channels and everything drawn on them: results on
-// the kept standard output, messages, engine log lines, timing lines and
+// standard output, messages, engine log lines, timing lines and
 // the progress bar on standard error.
 #ifndef SCRIVO_CLI_CONSOLE_H
 #define SCRIVO_CLI_CONSOLE_H
@@ -14,14 +14,7 @@ class Console {
   public:
     static Console& Get();
 
-    // Keeps a duplicate of the process's standard output for the tool and
-    // points descriptor 1 at standard error, so that anything the library
-    // prints lands on standard error and results stay machine-readable.
-    void TakeOverStdout();
-    // Restores descriptor 1 (flushing what the library printed).
-    void RestoreStdout();
-
-    void Out(const std::string& text);    // to the kept standard output, as is
+    void Out(const std::string& text);    // to standard output, as is
     void Error(const std::string& line);  // one line to standard error
 
     // Verbose mode: the library's log lines and the tool's timing lines.
@@ -42,8 +35,6 @@ class Console {
     void ClearBarLocked();
 
     std::mutex mutex_;
-    int outFd_ = 1;
-    int savedStdout_ = -1;
     bool verbose_ = false;
     bool barActive_ = false;
     bool terminal_ = false;

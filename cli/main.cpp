@@ -8,10 +8,8 @@
 // input) ends with exit code 2, help and version with 0, so scripts can
 // tell "you called me wrong" (2) from "some photographs failed" (1). Values
 // CLI11 cannot check by itself (--corners, -o against the inputs) are
-// checked here with the same code. Before anything else the tool moves the
-// process's standard output aside (Console::TakeOverStdout) so that the
-// library's own prints never mix with results or JSON. --verbose may come
-// before or after the command name.
+// checked here with the same code. --verbose may come before or after the
+// command name.
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
@@ -70,7 +68,6 @@ int32_t MethodFromName(const std::string& name) {
 
 static int Main(int argc, char** argv) {
     Console& console = Console::Get();
-    console.TakeOverStdout();
 
     CLI::App app{"scrivo: find, straighten and enhance document pages in photographs", "scrivo"};
     app.set_version_flag("-V,--version", "scrivo " SCRIVO_VERSION_STRING);
@@ -102,7 +99,8 @@ static int Main(int argc, char** argv) {
     scan->add_flag("--auto-rotate", autoRotate,
                    "Turn the page upright by quarter turns, by the direction of its text");
     scan->add_option("-j,--jobs", threads,
-                     "Photographs processed at once (default: one per processor)")
+                     "Photographs processed at once (default: one per processor); the cores "
+                     "are shared out among them")
         ->check(CLI::Range(1, 256));
     scan->footer(kExitCodes);
 
