@@ -131,14 +131,25 @@ int RefuseRealTime(pthread_t* t, const pthread_attr_t* a, void* (*f)(void*), voi
 }
 
 // 18 stripes of ceil(height / 18) rows; with 17 rows the last one is empty.
+// The worker limit caps every new engine; 0 lifts it.
 TEST(ParallelEngine, StripesAllRunAndAreCollectedOnce) {
+    LogAndSettings settings;
     const int32_t cores = static_cast<int32_t>(std::clamp(sysconf(_SC_NPROCESSORS_CONF), 1L, 16L));
-    for (const auto& [wanted, height] : {std::pair{18, 17}, {18, 401}, {1, 37}, {0, 18}}) {
-        SCOPED_TRACE(height);
+    const int32_t online = static_cast<int32_t>(sysconf(_SC_NPROCESSORS_ONLN));
+    for (const auto& [wanted, height, limit] : {std::tuple{18, 17, 0},
+                                                {18, 401, 0},
+                                                {1, 37, 0},
+                                                {0, 18, 0},
+                                                {18, 37, 1},
+                                                {0, 18, 1},
+                                                {18, 37, 40}}) {
+        SCOPED_TRACE(testing::Message() << wanted << " " << height << " " << limit);
+        ASSERT_EQ(mcvParallelSetThreadLimit(limit), 0);
+        EXPECT_EQ(mcvParallelGetThreadLimit(), limit);
         MCVHandle e = mcvParallelInit(nullptr, wanted);
         ASSERT_NE(e, nullptr);
-        EXPECT_EQ(mcvParallelEngineCores(e),
-                  wanted == 0 ? sysconf(_SC_NPROCESSORS_ONLN) : std::min(cores, wanted));
+        const int32_t workers = wanted == 0 ? online : std::min(cores, wanted);
+        EXPECT_EQ(mcvParallelEngineCores(e), limit > 0 ? std::min(workers, limit) : workers);
         std::vector<int> rows(height, 0);
         const int s = (height + 17) / 18;
         std::vector<Stripe> stripes(18);
@@ -235,6 +246,10 @@ TEST(ParallelEngine, NullHandlesAndBadArguments) {
                                 mcvParallelUninit(nullptr), mcvTryFireCpu(nullptr),
                                 mcvTryRestoreCpu(nullptr)};
     for (int32_t r : refusals) EXPECT_EQ(r, -1);
+    EXPECT_EQ(mcvParallelSetThreadLimit(-1), -1);
+    EXPECT_EQ(mcvParallelSetRealtime(2), -1);
+    EXPECT_EQ(mcvParallelGetThreadLimit(), 0);
+    EXPECT_EQ(mcvParallelGetRealtime(), 0);
     EXPECT_EQ(mcvParallelEngineCores(nullptr), 0);
     mcvMemFree(nullptr, nullptr);
 }
@@ -255,7 +270,6 @@ TEST(ParallelEngine, WorkersRunRealtimeOnlyWhenAsked) {
     EXPECT_EQ(mcvParallelUninit(e), 0);
     EXPECT_EQ(log.Take(), std::vector<std::string>{});
 
-    EXPECT_EQ(mcvParallelSetRealtime(2), -1);
     EXPECT_EQ(mcvParallelSetRealtime(1), 0);
     EXPECT_EQ(mcvParallelGetRealtime(), 1);
     ASSERT_NE(e = mcvParallelInit(nullptr, 18), nullptr);
@@ -267,34 +281,6 @@ TEST(ParallelEngine, WorkersRunRealtimeOnlyWhenAsked) {
     } else {
         EXPECT_EQ(notices, std::vector<std::string>(workers, kNotice));
         EXPECT_EQ(policies, std::vector<int>(workers, SCHED_OTHER));
-    }
-}
-
-// The limit caps every new engine; 0 lifts it. Stripes still all run.
-TEST(ParallelEngine, ThreadLimitCapsNewEngines) {
-    LogAndSettings settings;
-    const int32_t cores = static_cast<int32_t>(std::clamp(sysconf(_SC_NPROCESSORS_CONF), 1L, 16L));
-    EXPECT_EQ(mcvParallelGetThreadLimit(), 0);
-    EXPECT_EQ(mcvParallelSetThreadLimit(-1), -1);
-    for (const auto& [limit, wanted, expected] :
-         {std::tuple{1, 18, 1}, {1, 0, 1}, {40, 18, cores}, {0, 18, cores}}) {
-        ASSERT_EQ(mcvParallelSetThreadLimit(limit), 0);
-        EXPECT_EQ(mcvParallelGetThreadLimit(), limit);
-        MCVHandle e = mcvParallelInit(nullptr, wanted);
-        ASSERT_NE(e, nullptr);
-        EXPECT_EQ(mcvParallelEngineCores(e), expected);
-        std::vector<int> rows(37, 0);
-        std::vector<Stripe> stripes(18);
-        std::vector<int32_t> ids;
-        for (int i = 0; i < 18; ++i) {
-            stripes[i].rows = rows.data();
-            stripes[i].first = std::min(i * 3, 37);
-            stripes[i].last = std::min(i * 3 + 3, 37);
-            ids.push_back(mcvAddTask(e, RunStripe, &stripes[i]));
-        }
-        for (int32_t id : ids) EXPECT_EQ(mcvWaitTask(e, id), 0);
-        EXPECT_EQ(rows, std::vector<int>(37, 1));
-        EXPECT_EQ(mcvParallelUninit(e), 0);
     }
 }
 
