@@ -13,8 +13,9 @@
  *   wanted on one decoder (each step sets region, size and format anew).
  * - EncodeCreate opens an encoder session with its quality and input
  *   format set; EncodeStepJPEG feeds bands top to bottom; EncodeJPEG does
- *   it in one call. NV21 input is repacked into I420 first (the encoder
- *   takes planar chroma); R,G,B,A, B,G,R,A and grey are taken as they are.
+ *   it in one call. NV21 input is repacked into I420 by the encode session
+ *   (the encoder takes planar chroma); R,G,B,A, B,G,R,A and grey are taken
+ *   as they are.
  * - RenameImage names files "<folder>QvScan_<k>.jpg" (the folder given with
  *   its trailing separator); SaveData takes the first free k. An NV21 frame
  *   is converted to 32-bit R,G,B,A before saving (full-range matrix).
@@ -26,9 +27,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <vector>
-
-#include <libyuv.h>
 
 #include "scrivo/bitmap.h"
 
@@ -213,30 +211,11 @@ extern "C" MRESULT EncodeJPEG(MHAMCM manager, const MBITMAP* bitmap, int32_t qua
         return MERR_INVALID_PARAM;
     uint32_t old = 0;
     if (!EncoderFormat(bitmap->pixelFormat, &old)) return MERR_UNSUPPORTED;
-    MBITMAP planar = *bitmap;
-    std::vector<uint8_t> i420;
-    if (bitmap->pixelFormat == MPAF_OTHERS_NV21) {
-        if (!bitmap->plane[1]) return MERR_INVALID_PARAM;
-        const int w = bitmap->width, h = bitmap->height, cw = (w + 1) / 2, ch = (h + 1) / 2;
-        try {
-            i420.resize(size_t(w) * h + 2 * size_t(cw) * ch);
-        } catch (...) {
-            return MERR_NO_MEMORY;
-        }
-        planar = MBITMAP{MPAF_I420,
-                         w,
-                         h,
-                         {w, cw, cw},
-                         {i420.data(), i420.data() + size_t(w) * h,
-                          i420.data() + size_t(w) * h + size_t(cw) * ch}};
-        libyuv::NV21ToI420(bitmap->plane[0], bitmap->pitch[0], bitmap->plane[1], bitmap->pitch[1],
-                           planar.plane[0], w, planar.plane[1], cw, planar.plane[2], cw, w, h);
-    }
     MHCODEC enc = nullptr;
-    MRESULT r = EncodeCreate(manager, stream, planar.width, planar.height, planar.pixelFormat,
+    MRESULT r = EncodeCreate(manager, stream, bitmap->width, bitmap->height, bitmap->pixelFormat,
                              quality, &enc);
     if (r != 0) return r;
-    r = EncodeStepJPEG(enc, &planar, planar.height);
+    r = EncodeStepJPEG(enc, bitmap, bitmap->height);
     EncodeDestroy(enc);
     return r;
 }

@@ -4,8 +4,7 @@
 #ifndef SCRIVO_IMAGING_CODEC_INTERNAL_H
 #define SCRIVO_IMAGING_CODEC_INTERNAL_H
 
-#include <vector>
-
+#include "imaging/codec/convert.h"
 #include "scrivo/codec.h"
 
 namespace scrivo::codec {
@@ -24,17 +23,6 @@ constexpr uint64_t kMaxDecodePixels = uint64_t{1} << 28;
 inline int32_t ScaledExtent(int32_t lo, int32_t hi, int32_t d) {
     return (hi + d - 1) / d - lo / d;
 }
-
-/* Pixel layout family of a new colour ID as far as the framework converts. */
-enum class Layout { Unsupported, Rgba, Gray, I420, NV21 };
-Layout LayoutOf(uint32_t newId);
-
-/* Converts lines [top, bottom) of an R,G,B,A image of dst's size into dst's
- * layout (dst planes address line 0); YUV bands must start on even lines. */
-MRESULT RgbaToBitmap(const uint8_t* rgba, int32_t stride, MBITMAP* dst, Layout layout, int32_t top,
-                     int32_t bottom);
-/* Converts a whole bitmap into a new R,G,B,A buffer. */
-MRESULT BitmapToRgba(const MBITMAP* src, std::vector<uint8_t>* rgba);
 
 /* Most candidate components a session tries for one file type. */
 constexpr int32_t kMaxCandidates = 10;

@@ -1,62 +1,116 @@
 /*
- * Pixel conversion, cropping, rotation and scaling between bitmap records,
- * all through libyuv.
+ * Conversions between bitmap records, all through libyuv (see convert.h).
  *
- * Everything meets in R,G,B,A bytes, which libyuv calls "ABGR" (it names
- * formats by a little-endian 32-bit word). I420 and NV21 are libyuv's
- * BT.601 studio-range YUV. Resampling: crop the source rectangle (a
- * pointer offset for packed formats), flip, rotate by quarter turns, scale
- * with the box filter to the destination rectangle and convert into the
- * destination's layout. An I420 to I420 job without rotation or flip stays
- * planar (I420Scale) and skips the RGBA round trip.
+ * Resampling: crop the source rectangle (a pointer offset for packed
+ * formats), flip, rotate by quarter turns, scale with the box filter to the
+ * destination rectangle and convert into the destination's layout. An I420
+ * to I420 job without rotation or flip stays planar (I420Scale) and skips
+ * the RGBA round trip. The framework's YUV is BT.601 studio range.
  */
+#include "imaging/codec/convert.h"
+
 #include <libyuv.h>
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
-#include "imaging/codec/session.h"
+#include "imaging/codec/codec_internal.h"
 
 namespace scrivo::codec {
 
+Layout LayoutOf(uint32_t id) {
+    if (id == MPAF_RGBA8888 || id == 0x37005777u) return Layout::Rgba;
+    if (id == 0x37000777u) return Layout::Bgra;
+    if (id == MPAF_GRAY8 || id == 0x64001000u) return Layout::Gray;
+    if ((id & ~0x3000u) == MPAF_I420) return Layout::I420;
+    if (id == MPAF_OTHERS_NV21 || id == kOldNV21) return Layout::NV21;
+    return Layout::Unsupported;
+}
+
+int32_t FirstPlaneBytes(Layout layout) {
+    return layout == Layout::Rgba || layout == Layout::Bgra ? 4 : 1;
+}
+
+bool HasPlanes(const MBITMAP* b, Layout l) {
+    if (!b->plane[0]) return false;
+    if (l == Layout::I420) return b->plane[1] && b->plane[2];
+    if (l == Layout::NV21) return b->plane[1] != nullptr;
+    return true;
+}
+
+namespace {
+
+// Interleaves separate U and V planes into NV21's V,U plane.
+void InterleaveVu(const uint8_t* u, const uint8_t* v, int cw, int ch, uint8_t* vu, int pitch) {
+    for (int y = 0; y < ch; ++y) {
+        uint8_t* row = vu + static_cast<ptrdiff_t>(y) * pitch;
+        for (int x = 0; x < cw; ++x) {
+            row[2 * x] = v[y * cw + x];
+            row[2 * x + 1] = u[y * cw + x];
+        }
+    }
+}
+
+}  // namespace
+
 MRESULT RgbaToBitmap(const uint8_t* rgba, int32_t stride, MBITMAP* dst, Layout layout, int32_t top,
-                     int32_t bottom) {
+                     int32_t bottom, YuvRange range) {
     const int32_t w = dst->width, h = bottom - top;
     if (h <= 0) return 0;
+    if ((layout == Layout::I420 || layout == Layout::NV21) && top % 2) return 2;
     const uint8_t* src = rgba + static_cast<ptrdiff_t>(top) * stride;
     auto row = [&](int32_t plane, int32_t y) {
         return dst->plane[plane] + static_cast<ptrdiff_t>(y) * dst->pitch[plane];
     };
+    const bool full = range == YuvRange::Full;
     int rc = 0;
     switch (layout) {
         case Layout::Rgba:
-            for (int32_t y = 0; y < h; ++y)
-                std::memcpy(row(0, top + y), src + static_cast<ptrdiff_t>(y) * stride,
-                            static_cast<size_t>(w) * 4);
+            rc = libyuv::ARGBCopy(src, stride, row(0, top), dst->pitch[0], w, h);
+            break;
+        case Layout::Bgra:
+            rc = libyuv::ABGRToARGB(src, stride, row(0, top), dst->pitch[0], w, h);
             break;
         case Layout::Gray:
-            // Full-range luma, as a JPEG decoder produces for grey output.
             rc = libyuv::ABGRToJ400(src, stride, row(0, top), dst->pitch[0], w, h);
             break;
         case Layout::I420:
-            if (top % 2) return 2;
-            rc = libyuv::ABGRToI420(src, stride, row(0, top), dst->pitch[0], row(1, top / 2),
-                                    dst->pitch[1], row(2, top / 2), dst->pitch[2], w, h);
+            rc = (full ? libyuv::ABGRToJ420 : libyuv::ABGRToI420)(
+                src, stride, row(0, top), dst->pitch[0], row(1, top / 2), dst->pitch[1],
+                row(2, top / 2), dst->pitch[2], w, h);
             break;
-        case Layout::NV21:
-            if (top % 2) return 2;
-            rc = libyuv::ABGRToNV21(src, stride, row(0, top), dst->pitch[0], row(1, top / 2),
-                                    dst->pitch[1], w, h);
+        case Layout::NV21: {
+            if (!full) {
+                rc = libyuv::ABGRToNV21(src, stride, row(0, top), dst->pitch[0], row(1, top / 2),
+                                        dst->pitch[1], w, h);
+                break;
+            }
+            // Full range goes through separate planes; only the chroma then
+            // needs interleaving, Y is already in place.
+            const int cw = (w + 1) / 2, ch = (h + 1) / 2;
+            std::vector<uint8_t> uv;
+            try {
+                uv.resize(2 * static_cast<size_t>(cw) * ch);
+            } catch (...) {
+                return 4;
+            }
+            uint8_t* u = uv.data();
+            uint8_t* v = u + static_cast<size_t>(cw) * ch;
+            rc = libyuv::ABGRToJ420(src, stride, row(0, top), dst->pitch[0], u, cw, v, cw, w, h);
+            if (rc == 0) InterleaveVu(u, v, cw, ch, row(1, top / 2), dst->pitch[1]);
             break;
+        }
         default:
             return 3;
     }
     return rc == 0 ? 0 : 2;
 }
 
-MRESULT BitmapToRgba(const MBITMAP* src, std::vector<uint8_t>* out) {
+MRESULT BitmapToRgba(const MBITMAP* src, YuvRange range, std::vector<uint8_t>* out) {
     const Layout layout = LayoutOf(src->pixelFormat);
     const int32_t w = src->width, h = src->height;
+    std::vector<uint8_t> i420;
     try {
         out->resize(static_cast<size_t>(w) * static_cast<size_t>(h) * 4);
     } catch (...) {
@@ -64,30 +118,87 @@ MRESULT BitmapToRgba(const MBITMAP* src, std::vector<uint8_t>* out) {
     }
     uint8_t* d = out->data();
     const int32_t ds = w * 4;
+    const bool full = range == YuvRange::Full;
+    const uint8_t* const* p = src->plane;
+    const int32_t* ps = src->pitch;
     int rc = 0;
     switch (layout) {
         case Layout::Rgba:
-            for (int32_t y = 0; y < h; ++y)
-                std::memcpy(d + static_cast<ptrdiff_t>(y) * ds,
-                            src->plane[0] + static_cast<ptrdiff_t>(y) * src->pitch[0],
-                            static_cast<size_t>(ds));
+            rc = libyuv::ARGBCopy(p[0], ps[0], d, ds, w, h);
+            break;
+        case Layout::Bgra:
+            rc = libyuv::ARGBToABGR(p[0], ps[0], d, ds, w, h);
             break;
         case Layout::Gray:
             // J400 to ARGB gives B=G=R=Y, A=255: the same bytes in R,G,B,A order.
-            rc = libyuv::J400ToARGB(src->plane[0], src->pitch[0], d, ds, w, h);
+            rc = libyuv::J400ToARGB(p[0], ps[0], d, ds, w, h);
             break;
         case Layout::I420:
-            rc = libyuv::I420ToABGR(src->plane[0], src->pitch[0], src->plane[1], src->pitch[1],
-                                    src->plane[2], src->pitch[2], d, ds, w, h);
+            rc = (full ? libyuv::J420ToABGR : libyuv::I420ToABGR)(p[0], ps[0], p[1], ps[1], p[2],
+                                                                  ps[2], d, ds, w, h);
             break;
-        case Layout::NV21:
-            rc = libyuv::NV21ToABGR(src->plane[0], src->pitch[0], src->plane[1], src->pitch[1], d,
-                                    ds, w, h);
+        case Layout::NV21: {
+            if (!full) {
+                rc = libyuv::NV21ToABGR(p[0], ps[0], p[1], ps[1], d, ds, w, h);
+                break;
+            }
+            MBITMAP planar{};
+            const MRESULT r = RepackNv21AsI420(src, h, &i420, &planar);
+            if (r != 0) return r;
+            rc = libyuv::J420ToABGR(planar.plane[0], planar.pitch[0], planar.plane[1],
+                                    planar.pitch[1], planar.plane[2], planar.pitch[2], d, ds, w, h);
             break;
+        }
         default:
             return 3;
     }
     return rc == 0 ? 0 : 2;
+}
+
+MRESULT Scale4(const uint8_t* p, int32_t ps, int32_t sw, int32_t sh, uint8_t* d, int32_t ds,
+               int32_t tw, int32_t th, ScaleFilter filter) {
+    // libyuv averages whole 2 x 2 blocks when it halves, but on larger
+    // reductions its box filter samples only a few source pixels per output
+    // pixel; so area averaging halves first, while the reduction left is two
+    // or more, and lets the box filter finish the last step.
+    std::vector<uint8_t> halves[2];
+    try {
+        for (int i = 0; filter == ScaleFilter::Area && sw >= 2 * tw && sh >= 2 * th; i ^= 1) {
+            const int32_t hw = sw / 2, hh = sh / 2;
+            halves[i].resize(static_cast<size_t>(hw) * hh * 4);
+            if (libyuv::ARGBScale(p, ps, sw, sh, halves[i].data(), hw * 4, hw, hh,
+                                  libyuv::kFilterBox) != 0)
+                return 2;
+            p = halves[i].data();
+            ps = hw * 4;
+            sw = hw;
+            sh = hh;
+        }
+    } catch (...) {
+        return 4;
+    }
+    const libyuv::FilterMode mode = filter == ScaleFilter::Point      ? libyuv::kFilterNone
+                                    : filter == ScaleFilter::Bilinear ? libyuv::kFilterBilinear
+                                                                      : libyuv::kFilterBox;
+    return libyuv::ARGBScale(p, ps, sw, sh, d, ds, tw, th, mode) == 0 ? 0 : 2;
+}
+
+MRESULT RepackNv21AsI420(const MBITMAP* nv21, int32_t lines, std::vector<uint8_t>* buffer,
+                         MBITMAP* i420) {
+    const int32_t w = nv21->width, cw = (w + 1) / 2, ch = (lines + 1) / 2;
+    try {
+        buffer->resize(static_cast<size_t>(w) * lines + 2 * static_cast<size_t>(cw) * ch);
+    } catch (...) {
+        return 4;
+    }
+    uint8_t* y = buffer->data();
+    uint8_t* u = y + static_cast<size_t>(w) * lines;
+    uint8_t* v = u + static_cast<size_t>(cw) * ch;
+    if (libyuv::NV21ToI420(nv21->plane[0], nv21->pitch[0], nv21->plane[1], nv21->pitch[1], y, w, u,
+                           cw, v, cw, w, lines) != 0)
+        return 2;
+    *i420 = MBITMAP{MPAF_I420, w, lines, {w, cw, cw}, {y, u, v}};
+    return 0;
 }
 
 }  // namespace scrivo::codec
@@ -101,19 +212,12 @@ bool Inside(const MRECT& r, const MBITMAP* b) {
            r.right <= b->width && r.bottom <= b->height;
 }
 
-bool PlanesPresent(const MBITMAP* b, Layout l) {
-    if (!b->plane[0]) return false;
-    if (l == Layout::I420) return b->plane[1] && b->plane[2];
-    if (l == Layout::NV21) return b->plane[1] != nullptr;
-    return true;
-}
-
 MRESULT Resample(const MBITMAP* src, const MRECT& sr, MBITMAP* dst, const MRECT& dr,
                  int32_t rotation, uint32_t flip) {
     const Layout sl = scrivo::codec::LayoutOf(src->pixelFormat);
     const Layout dl = scrivo::codec::LayoutOf(dst->pixelFormat);
     if (sl == Layout::Unsupported || dl == Layout::Unsupported) return 3;
-    if (!PlanesPresent(src, sl) || !PlanesPresent(dst, dl)) return 2;
+    if (!scrivo::codec::HasPlanes(src, sl) || !scrivo::codec::HasPlanes(dst, dl)) return 2;
     const int32_t sw = sr.right - sr.left, sh = sr.bottom - sr.top;
     const int32_t dw = dr.right - dr.left, dh = dr.bottom - dr.top;
     const bool evenOrigins =
@@ -133,7 +237,7 @@ MRESULT Resample(const MBITMAP* src, const MRECT& sr, MBITMAP* dst, const MRECT&
                    : 2;
     }
     std::vector<uint8_t> whole, cropped, turned, scaled;
-    MRESULT r = scrivo::codec::BitmapToRgba(src, &whole);
+    MRESULT r = scrivo::codec::BitmapToRgba(src, scrivo::codec::YuvRange::Studio, &whole);
     if (r != 0) return r;
     const int32_t ws = src->width * 4;
     const uint8_t* p = whole.data() + static_cast<ptrdiff_t>(sr.top) * ws + sr.left * 4;
@@ -160,8 +264,9 @@ MRESULT Resample(const MBITMAP* src, const MRECT& sr, MBITMAP* dst, const MRECT&
             ps = tw * 4;
         }
         scaled.resize(static_cast<size_t>(dw) * dh * 4);
-        if (libyuv::ARGBScale(p, ps, tw, th, scaled.data(), dw * 4, dw, dh, libyuv::kFilterBox))
-            return 2;
+        if ((r = scrivo::codec::Scale4(p, ps, tw, th, scaled.data(), dw * 4, dw, dh,
+                                       scrivo::codec::ScaleFilter::Box)) != 0)
+            return r;
     } catch (...) {
         return 4;
     }
@@ -172,12 +277,14 @@ MRESULT Resample(const MBITMAP* src, const MRECT& sr, MBITMAP* dst, const MRECT&
     for (int i = 0; i < 3; ++i) {
         if (!dst->plane[i]) continue;
         const int32_t sx = i == 0 ? 1 : 2;
-        const int32_t bytes = dl == Layout::Rgba ? 4 : (dl == Layout::NV21 && i == 1 ? 2 : 1);
+        const int32_t bytes =
+            i == 0 ? scrivo::codec::FirstPlaneBytes(dl) : (dl == Layout::NV21 ? 2 : 1);
         const int32_t x = (i == 0 || dl == Layout::I420) ? dr.left / sx : dr.left / 2;
         sub.plane[i] = dst->plane[i] + static_cast<ptrdiff_t>(dr.top / sx) * dst->pitch[i] +
                        static_cast<ptrdiff_t>(x) * bytes;
     }
-    return scrivo::codec::RgbaToBitmap(scaled.data(), dw * 4, &sub, dl, 0, dh);
+    return scrivo::codec::RgbaToBitmap(scaled.data(), dw * 4, &sub, dl, 0, dh,
+                                       scrivo::codec::YuvRange::Studio);
 }
 
 }  // namespace

@@ -418,7 +418,8 @@ MRESULT RowsToYuv(const JpegDecoder* d, const uint8_t* rgba, const MBITMAP* bm, 
     view.plane[0] += static_cast<ptrdiff_t>(top) * bm->pitch[0];
     for (int p = 1; p < (layout == Layout::I420 ? 3 : 2); ++p)
         view.plane[p] += static_cast<ptrdiff_t>(top / 2) * bm->pitch[p];
-    return scrivo::codec::RgbaToBitmap(rgba, d->outW * 4, &view, layout, 0, n) == 0
+    return scrivo::codec::RgbaToBitmap(rgba, d->outW * 4, &view, layout, 0, n,
+                                       scrivo::codec::YuvRange::Studio) == 0
                ? 0
                : MD_CERR_INVALID_PARAM;
 }

@@ -16,11 +16,9 @@
  *  - indirect: the component decodes the region as R,G,B,A at the largest
  *    reduction d in {8, 4, 2, 1} whose scaled region still covers the
  *    destination (so the scaler only ever shrinks, or enlarges from full
- *    size), libyuv's box filter scales it to the destination size, and
+ *    size), the box filter scales it to the destination size, and
  *    each scanline call converts its band into the destination layout.
  */
-#include <libyuv.h>
-
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -30,14 +28,6 @@
 using scrivo::codec::Layout;
 
 namespace scrivo::codec {
-
-Layout LayoutOf(uint32_t id) {
-    if (id == MPAF_RGBA8888 || id == 0x37005777u) return Layout::Rgba;
-    if (id == MPAF_GRAY8 || id == 0x64001000u) return Layout::Gray;
-    if ((id & ~0x3000u) == 0x50000811u) return Layout::I420;
-    if (id == MPAF_OTHERS_NV21 || id == kOldNV21) return Layout::NV21;
-    return Layout::Unsupported;
-}
 
 void ForgetDecode(MCODEC_SESSION* s) {
     s->prepared = false;
@@ -106,8 +96,8 @@ MRESULT Prepare(MCODEC_SESSION* s, const MBITMAP* bm, Layout layout) {
     r = Comp(s, s->component->Scanlines(s->component->self, &tmp, ch, &done));
     if (r != 0) return r;
     if (done != ch) return 1;
-    if (libyuv::ARGBScale(decoded.data(), cw * 4, cw, ch, s->scaled.data(), s->outW * 4, s->outW,
-                          s->outH, libyuv::kFilterBox) != 0)
+    if (scrivo::codec::Scale4(decoded.data(), cw * 4, cw, ch, s->scaled.data(), s->outW * 4,
+                              s->outW, s->outH, scrivo::codec::ScaleFilter::Box) != 0)
         return 1;
     s->prepared = true;
     return 0;
@@ -178,9 +168,7 @@ extern "C" MRESULT MCodec_DecodeScanlines(MHCODEC s, MBITMAP* bm, const MRECT* r
     const uint32_t fmt = s->outFormatSet ? s->outFormatNew : bm->pixelFormat;
     const Layout layout = scrivo::codec::LayoutOf(fmt);
     if (layout == Layout::Unsupported) return 3;
-    if ((layout == Layout::I420 && (!bm->plane[1] || !bm->plane[2])) ||
-        (layout == Layout::NV21 && !bm->plane[1]))
-        return 2;
+    if (!scrivo::codec::HasPlanes(bm, layout)) return 2;
     if (rect) {
         // The source rectangle of this decode, as DST_REGION takes it: it
         // becomes the session's region and its decode starts over.
@@ -201,15 +189,15 @@ extern "C" MRESULT MCodec_DecodeScanlines(MHCODEC s, MBITMAP* bm, const MRECT* r
     }
     const int32_t top = s->linesDone, bottom = s->outH;
     if (bm->width < s->outW || bm->height < bottom) return 2;
-    const int32_t bpp = layout == Layout::Rgba ? 4 : 1;
-    if (bm->pitch[0] < s->outW * bpp) return 2;
+    if (bm->pitch[0] < s->outW * scrivo::codec::FirstPlaneBytes(layout)) return 2;
     int32_t done = 0;
     if (s->direct) {
         MBITMAP band = *bm;
         band.plane[0] = bm->plane[0] + static_cast<ptrdiff_t>(top) * bm->pitch[0];
         r = Comp(s, s->component->Scanlines(s->component->self, &band, bottom - top, &done));
     } else {
-        r = scrivo::codec::RgbaToBitmap(s->scaled.data(), s->outW * 4, bm, layout, top, bottom);
+        r = scrivo::codec::RgbaToBitmap(s->scaled.data(), s->outW * 4, bm, layout, top, bottom,
+                                        scrivo::codec::YuvRange::Studio);
         if (r == 0) done = bottom - top;
     }
     s->linesDone += done;

@@ -4,10 +4,8 @@
  * Creation finds an encoder registered for the file type (or the given
  * component) and opens it on the target record. Scanline calls hand bands
  * of lines to the component; NV21 input, which the encoder does not take,
- * is converted band by band to I420 with libyuv first.
+ * is repacked band by band into I420 first.
  */
-#include <libyuv.h>
-
 #include <new>
 
 #include "imaging/codec/session.h"
@@ -56,25 +54,8 @@ extern "C" MRESULT MCodec_EncodeScanlines(MHCODEC s, const MBITMAP* bm, int32_t*
     std::vector<uint8_t> i420;
     if (scrivo::codec::LayoutOf(fmt) == scrivo::codec::Layout::NV21) {
         if (!bm->plane[1]) return 2;
-        const int32_t w = bm->width, cw = (w + 1) / 2, ch = (lines + 1) / 2;
-        try {
-            i420.resize(static_cast<size_t>(w) * lines + 2 * static_cast<size_t>(cw) * ch);
-        } catch (...) {
-            return 4;
-        }
-        uint8_t* y = i420.data();
-        uint8_t* u = y + static_cast<size_t>(w) * lines;
-        uint8_t* v = u + static_cast<size_t>(cw) * ch;
-        if (libyuv::NV21ToI420(bm->plane[0], bm->pitch[0], bm->plane[1], bm->pitch[1], y, w, u, cw,
-                               v, cw, w, lines) != 0)
-            return 2;
-        band.pixelFormat = MPAF_I420;
-        band.height = lines;
-        band.plane[0] = y;
-        band.plane[1] = u;
-        band.plane[2] = v;
-        band.pitch[0] = w;
-        band.pitch[1] = band.pitch[2] = cw;
+        const MRESULT r = scrivo::codec::RepackNv21AsI420(bm, lines, &i420, &band);
+        if (r != 0) return r;
     }
     int32_t done = 0;
     MRESULT r =

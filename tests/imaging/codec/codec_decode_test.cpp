@@ -305,4 +305,9 @@ TEST(CodecResample, ConvertCropRotate) {
     EXPECT_NEAR(back.at(5, 3)[1], 40, 4);
     EXPECT_NEAR(back.at(5, 3)[2], 90, 4);
     MdBitmapFree(nullptr, &yuv);
+    // B,G,R,A records share the toolkit's colour-ID table: red and blue swap.
+    Rgba bgra(16, 16);
+    bgra.bm.pixelFormat = 0x37000777u;
+    ASSERT_EQ(MdBitmapResample(nullptr, &flat.bm, &bgra.bm), 0u);
+    EXPECT_EQ(bgra.at(3, 3)[0] * 1000 + bgra.at(3, 3)[2], 90 * 1000 + 200);
 }
