@@ -45,10 +45,12 @@ tem_Point ToTem(const tagVPPoint& p) {
     return tem_Point{p.x, p.y};
 }
 
-// Sign of the turn a -> b -> c, exactly, in 64-bit integers.
+// Sign of the turn a -> b -> c, exactly: differences of 32-bit coordinates
+// take 33 bits, their products 66, so the cross product is formed in 128.
 int Turn(const tagVPPoint& a, const tagVPPoint& b, const tagVPPoint& c) {
-    const int64_t cross =
-        (int64_t{b.x} - a.x) * (int64_t{c.y} - a.y) - (int64_t{b.y} - a.y) * (int64_t{c.x} - a.x);
+    using Wide = __int128;
+    const Wide cross = Wide{int64_t{b.x} - a.x} * (int64_t{c.y} - a.y) -
+                       Wide{int64_t{b.y} - a.y} * (int64_t{c.x} - a.x);
     return cross > 0 ? 1 : (cross < 0 ? -1 : 0);
 }
 
