@@ -172,10 +172,12 @@ bool ChooseCorners(QvSession* session, VPHandle engine, const ScanOptions* optio
 // corners to rectify so that the page comes out upright and sets out.turn.
 Quad UprightCorners(QvSession* session, VPHandle engine, const std::string& label, Stopwatch& watch,
                     Outcome& out) {
-    Quad upright{};
+    Quad upright = out.corners;
     int32_t w = 0, h = 0;
-    QvSession_DetectTextDirection(session, engine, out.corners.data(), 4, upright.data(), &out.turn,
-                                  &w, &h);
+    if (QvSession_DetectTextDirection(session, engine, out.corners.data(), 4, upright.data(),
+                                      &out.turn, &w, &h) != QV_SESSION_OK) {
+        out.turn = -1;  // nothing written: the page is left as it is
+    }
     Console& console = Console::Get();
     console.Timing(label, "text direction", watch.Lap());
     if (console.verbose()) {

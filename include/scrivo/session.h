@@ -122,15 +122,14 @@ SCRIVO_API int32_t QvSession_FindPageVertex(QvSession* session, VPHandle engine,
                                             int32_t count);
 /* Decides which way the text on the page within the four points runs, and
  * writes to `upright` the corners to rectify so that the page comes out
- * upright (turned by quarter turns in the same warp).
- *   0  told: *turn = 0, 90, 180 or 270, the clockwise turn those corners
- *      make;
- *   1  could not tell (or the photograph is too small to turn): `upright`
- *      = the points as given, *turn = -1;
- *   2  count not 4 or a null pointer;  5  unknown engine.
- * *width x *height (either may be null): the upright page as the decision
- * saw it, the photograph's size when it could not decide. The size to
- * rectify at comes from the size query on the `upright` corners. */
+ * upright (turned by quarter turns in the same warp), and to *turn the
+ * clockwise turn they make: 0, 90, 180 or 270, or -1 when the direction
+ * could not be told (or the photograph is too small to turn), in which case
+ * `upright` = the points as given. *width x *height (either may be null):
+ * the upright page as the decision saw it, the photograph's size when it
+ * could not decide. The size to rectify at comes from the size query on the
+ * `upright` corners. 0 done; 2 count not 4 or a null pointer; 5 unknown
+ * engine. */
 SCRIVO_API int32_t QvSession_DetectTextDirection(QvSession* session, VPHandle engine,
                                                  const tagVPPoint* points, int32_t count,
                                                  tagVPPoint* upright, int32_t* turn, int32_t* width,

@@ -159,8 +159,9 @@ scrivo_status Scan(const uint8_t* jpeg, size_t length, const scrivo_scan_options
     for (int i = 0; i < 4; ++i) result->corners[i] = {corners[i].x, corners[i].y};
     if (options.auto_rotate) {
         tagVPPoint upright[4];
-        QvSession_DetectTextDirection(session.s, engine, corners, 4, upright, &result->turn,
-                                      nullptr, nullptr);
+        if (QvSession_DetectTextDirection(session.s, engine, corners, 4, upright, &result->turn,
+                                          nullptr, nullptr) != QV_SESSION_OK)
+            return SCRIVO_ERR_INTERNAL;
         std::memcpy(corners, upright, sizeof corners);
     }
     if (QvSession_GetRectifiedImageSize(session.s, engine, corners, 4, &result->width,

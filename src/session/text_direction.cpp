@@ -67,5 +67,5 @@ extern "C" int32_t QvSession_DetectTextDirection(QvSession* s, VPHandle engine,
     *turn = shift < 0 ? -1 : shift * 90;
     if (width) *width = w;
     if (height) *height = h;
-    return shift < 0 ? QV_SESSION_FAILED : QV_SESSION_OK;
+    return QV_SESSION_OK;
 }
