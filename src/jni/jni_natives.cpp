@@ -28,7 +28,8 @@
 // block.
 //
 // Results: the int natives hand the session's code back as it is (see
-// session.h and QuorvexScrivo.java). The bytes natives can only say
+// session.h and QuorvexScrivo.java); without a session (before native_Init,
+// after native_Uninit) no engine is known. The bytes natives can only say
 // "nothing": any code but 0 becomes null.
 #include <cstdint>
 
@@ -198,6 +199,7 @@ void JNI_ReleaseEngine(JNIEnv*, jclass, jint handle) {
 
 jint JNI_FindPageVertex(JNIEnv* env, jclass, jint handle, jobjectArray points) {
     std::lock_guard<std::mutex> lock(NativesLock());
+    if (g_session == nullptr) return QV_SESSION_UNKNOWN_ENGINE;
     tagVPPoint quad[kQuad] = {};
     const int32_t count = ReadPoints(env, points, quad);
     const int32_t res = QvSession_FindPageVertex(g_session, Engines().Find(handle), quad, count);
@@ -208,6 +210,7 @@ jint JNI_FindPageVertex(JNIEnv* env, jclass, jint handle, jobjectArray points) {
 jint JNI_GetRectifiedImageSize(JNIEnv* env, jclass, jint handle, jobjectArray points,
                                jobject size) {
     std::lock_guard<std::mutex> lock(NativesLock());
+    if (g_session == nullptr) return QV_SESSION_UNKNOWN_ENGINE;
     tagVPPoint quad[kQuad] = {};
     const int32_t count = IsSizeObject(env, size) ? ReadPoints(env, points, quad) : 0;
     int32_t width = 0, height = 0;
@@ -219,6 +222,7 @@ jint JNI_GetRectifiedImageSize(JNIEnv* env, jclass, jint handle, jobjectArray po
 
 jint JNI_GetRectifiedImage(JNIEnv* env, jclass, jint handle, jobjectArray points, jobject bitmap) {
     std::lock_guard<std::mutex> lock(NativesLock());
+    if (g_session == nullptr) return QV_SESSION_UNKNOWN_ENGINE;
     tagVPPoint quad[kQuad] = {};
     const int32_t count = ReadPoints(env, points, quad);
     const QvBitmapAccess access = BitmapAccess(env, bitmap);
@@ -240,6 +244,7 @@ jbyteArray JNI_GetRectifiedImageData(JNIEnv* env, jclass, jint handle, jobjectAr
 
 jint JNI_GetEnhancedImage(JNIEnv* env, jclass, jint handle, jint method, jobject bitmap) {
     std::lock_guard<std::mutex> lock(NativesLock());
+    if (g_session == nullptr) return QV_SESSION_UNKNOWN_ENGINE;
     const QvBitmapAccess access = BitmapAccess(env, bitmap);
     return QvSession_GetEnhancedImage(g_session, Engines().Find(handle), method, &access);
 }

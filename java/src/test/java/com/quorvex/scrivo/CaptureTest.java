@@ -155,4 +155,26 @@ class CaptureTest {
             LogCapture.collected());
         LogCapture.stop();
     }
+
+    @Test
+    void engineKeptAcrossUninitIsUnknownFromThenOn() throws IOException {
+        byte[] bytes = TestSupport.photoBytes();
+        Point[] points = TestSupport.quad(1, 2, 3, 4, 5, 6, 7, 8);
+        native_Init();
+        int kept = native_CreateEngine(bytes);
+        assertTrue(kept > 0);
+        native_Uninit(); // releases it with the session
+        assertEquals(RESULT_UNKNOWN_ENGINE, native_FindPageVertex(kept, points));
+        native_Init();
+        assertEquals(RESULT_UNKNOWN_ENGINE, native_FindPageVertex(kept, points));
+        assertNull(native_GetRectifiedImageData(kept, points));
+        native_ReleaseEngine(kept); // harmless
+        assertEquals(1, points[0].x);
+        int fresh = native_CreateEngine(bytes);
+        assertTrue(fresh > 0 && fresh != kept);
+        // The old id must not reach the new engine, wherever it was allocated.
+        assertEquals(RESULT_UNKNOWN_ENGINE, native_FindPageVertex(kept, points));
+        native_ReleaseEngine(fresh);
+        native_Uninit();
+    }
 }
