@@ -53,12 +53,6 @@ inline double SignedArea2(const Quad& q) {
     return s;
 }
 
-// True when every turn of the closed path goes the same way, strictly: the
-// page search's own convexity test.
-inline bool IsStrictlyConvex(const Quad& q) {
-    return IsStrictlyConvexQuad(q);
-}
-
 // The homography from the true corners to the page rectangle; empty when the
 // true corners are degenerate.
 inline cv::Matx33d PageHomography(const Quad& truth, double pageW, double pageH, bool* ok) {
@@ -108,7 +102,7 @@ inline Score ScoreDetection(const Quad& truth, const Quad& detected, double page
         score.problem = "detection degenerate (no area)";
         return score;
     }
-    if (!IsStrictlyConvex(mapped)) {
+    if (!IsStrictlyConvexQuad(mapped)) {
         score.problem = "detected corners not a convex quadrangle in order";
         return score;
     }

@@ -172,7 +172,8 @@ std::optional<Quad> FindPageByHoughLines(const cv::Mat& photo) {
                     if (!Intersect(ga[a1], gb[b1], &q[0]) || !Intersect(ga[a1], gb[b2], &q[1]) ||
                         !Intersect(ga[a2], gb[b2], &q[2]) || !Intersect(ga[a2], gb[b1], &q[3]))
                         continue;
-                    if (!std::all_of(q.begin(), q.end(), inFrame) || !IsStrictlyConvex(q)) continue;
+                    if (!std::all_of(q.begin(), q.end(), inFrame) || !IsStrictlyConvexQuad(q))
+                        continue;
                     const double share = std::abs(SignedArea2(q)) * 0.5 / frame;
                     if (share < kMinAreaShare || share > kMaxAreaShare) continue;
                     const double support = Support(edges, q);

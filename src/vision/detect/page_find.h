@@ -196,5 +196,4 @@ Quad2d RefinePageCorners(const cv::Mat& photo, const Quad2d& q, double band);
 // Puts four corners in the detector's order (top-left first, then
 // counter-clockwise on the screen: bottom-left, bottom-right, top-right).
 Quad2d OrderCorners(const std::array<cv::Point2d, 4>& pts);
-bool IsConvexQuad(const Quad2d& q);
 double QuadArea(const Quad2d& q);

@@ -49,10 +49,6 @@ double QuadArea(const Quad2d& q) {
     return std::abs(s) * 0.5;
 }
 
-bool IsConvexQuad(const Quad2d& q) {
-    return IsStrictlyConvexQuad(q);
-}
-
 Quad2d OrderCorners(const std::array<cv::Point2d, 4>& pts) {
     cv::Point2d c(0, 0);
     for (const auto& p : pts) c += p * 0.25;
@@ -111,7 +107,7 @@ void EnumerateLineQuads(const std::vector<EvidenceLine>& lines, int width, int h
                 inRange = inRange && pt.x >= lo_x && pt.x <= hi_x && pt.y >= lo_y && pt.y <= hi_y;
             if (!inRange) continue;
             const Quad2d around = {c[0], c[1], c[2], c[3]};  // sides on i, l, j, k
-            if (!IsConvexQuad(around) || QuadArea(around) < minArea) continue;
+            if (!IsStrictlyConvexQuad(around) || QuadArea(around) < minArea) continue;
             const int sideLine[4] = {i, l, j, k};
             const cv::Point2d centre = (c[0] + c[1] + c[2] + c[3]) * 0.25;
             double cov[4], ins[4];

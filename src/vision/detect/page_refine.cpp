@@ -25,6 +25,7 @@
 #include <cmath>
 #include <vector>
 
+#include "vision/detect/geometry.h"
 #include "vision/detect/page_find.h"
 
 namespace {
@@ -226,5 +227,5 @@ Quad2d RefinePageCorners(const cv::Mat& photo, const Quad2d& q, double band) {
             std::hypot(p.x - q[c].x, p.y - q[c].y) <= 2.0 * band)
             out[c] = p;
     }
-    return IsConvexQuad(out) ? out : q;
+    return IsStrictlyConvexQuad(out) ? out : q;
 }

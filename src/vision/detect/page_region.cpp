@@ -30,6 +30,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "vision/detect/geometry.h"
 #include "vision/detect/page_find.h"
 
 namespace {
@@ -236,5 +237,5 @@ bool RegionQuadrangle(const cv::Mat& mask, Quad2d* q) {
     std::array<cv::Point2d, 4> pts;
     for (int i = 0; i < 4; ++i) pts[i] = cv::Point2d(poly[i].x + 0.5, poly[i].y + 0.5);
     *q = OrderCorners(pts);
-    return IsConvexQuad(*q);
+    return IsStrictlyConvexQuad(*q);
 }

@@ -31,6 +31,7 @@
 
 #include "vision/detect/detector.h"
 #include "vision/detect/detector_internal.h"
+#include "vision/detect/geometry.h"
 #include "vision/detect/page_find.h"
 #include "vision/detect/page_model.h"
 #include "vision/detect/page_search_trace.h"
@@ -119,7 +120,7 @@ void SnapToLines(const std::vector<EvidenceLine>& lines, PageCandidate* c) {
         if (before != nullptr && after != nullptr && IntersectLines(*before, *after, &p))
             snapped[k] = p;
     }
-    if (IsConvexQuad(snapped)) {
+    if (IsStrictlyConvexQuad(snapped)) {
         c->corners = snapped;
     } else {
         for (int& l : c->lines) l = -1;
@@ -314,7 +315,7 @@ PageSearchAnswer SearchPageTraced(const cv::Mat& photo, bool alwaysResize, unsig
     std::vector<PageEvidence> evidence(candidates.size());
     for (size_t k = 0; k < candidates.size(); ++k) {
         PageCandidate& c = candidates[k];
-        bool usable = IsConvexQuad(c.corners);
+        bool usable = IsStrictlyConvexQuad(c.corners);
         if (usable) evidence[k] = MeasurePageEvidence(ev, lines, c);
         // A page shows at least two of its sides, with what lies either side
         // of them; a quadrangle along the frame all round is the photograph
