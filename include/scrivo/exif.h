@@ -68,6 +68,16 @@ SCRIVO_API MRESULT MeReplaceThumbnailInExif(uint8_t** block, uint32_t* length,
 SCRIVO_API MRESULT MeReplaceImageSize(uint8_t* block, uint32_t length, uint32_t width,
                                       uint32_t height);
 
+/* Orientation (1..8) of IFD0's tag 0x0112; 1 when the block has none. 2 for a bad block.
+ * A value outside 1..8, or a field that is not one SHORT or LONG, reads as 1
+ * (result 0); a null pointer, or a block whose TIFF header or IFD0 cannot be
+ * read, gives 2 with *orientation 1. A block with no APP1 segment has none. */
+SCRIVO_API MRESULT MeGetOrientation(const uint8_t* block, uint32_t length, int32_t* orientation);
+/* Sets IFD0's Orientation in place to `orientation` (1..8) when the tag is there (nothing to do
+ * otherwise: 0). The entry is left as one SHORT. An orientation outside 1..8,
+ * a null block or a bad block (as above) gives 2 and nothing is written. */
+SCRIVO_API MRESULT MeSetOrientation(uint8_t* block, uint32_t length, int32_t orientation);
+
 /* Puts the block into the JPEG in a read-write stream, in place: it replaces
  * the old EXIF segment and the application/comment segments after it (or,
  * without one, all of them after SOI), with the frame's size written into

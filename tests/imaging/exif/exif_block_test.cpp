@@ -128,3 +128,60 @@ TEST(ExifImageSize, PatchesShortAndLongDimensions) {
     EXPECT_EQ(loop, before);
     EXPECT_EQ(MeReplaceImageSize(nullptr, 0, 1, 1), MERR_INVALID_PARAM);
 }
+
+TEST(ExifOrientation, ReadsAndWritesInBothByteOrders) {
+    const uint32_t entry = kIfd0 + 2 + 2 * 12;  // IFD0's SHORT 0x0128, retagged below
+    for (bool little : {true, false}) {
+        SCOPED_TRACE(little ? "II" : "MM");
+        Bytes b = BuildExifBlock({little, 3, true, Bytes(8, 0)});
+        const uint32_t n = static_cast<uint32_t>(b.size());
+        auto put = [&](uint32_t off, uint32_t v, int bytes) {
+            for (int i = 0; i < bytes; ++i)
+                b[10 + off + (little ? i : bytes - 1 - i)] = static_cast<uint8_t>(v >> 8 * i);
+        };
+        int32_t o = 0;
+        // Without the tag the block reads upright and setting it adds nothing.
+        const Bytes untagged = b;
+        EXPECT_EQ(MeGetOrientation(b.data(), n, &o), MOK);
+        EXPECT_EQ(o, 1);
+        EXPECT_EQ(MeSetOrientation(b.data(), n, 6), MOK);
+        EXPECT_EQ(b, untagged);
+
+        put(entry, 0x0112, 2);
+        put(entry + 8, 8, 2);
+        ASSERT_EQ(MeGetOrientation(b.data(), n, &o), MOK);
+        EXPECT_EQ(o, 8);
+        ASSERT_EQ(MeSetOrientation(b.data(), n, 3), MOK);
+        EXPECT_EQ(ReadTiff16(b, entry + 8, little), 3u);
+        EXPECT_EQ(MeGetOrientation(b.data(), n, &o), MOK);
+        EXPECT_EQ(o, 3);
+        // A LONG field is read, and written back as one SHORT.
+        put(entry + 2, 4, 2);
+        put(entry + 8, 7, 4);
+        ASSERT_EQ(MeGetOrientation(b.data(), n, &o), MOK);
+        EXPECT_EQ(o, 7);
+        ASSERT_EQ(MeSetOrientation(b.data(), n, 5), MOK);
+        EXPECT_EQ(ReadTiff16(b, entry + 2, little), 3u);
+        EXPECT_EQ(ReadTiff32(b, entry + 8, little), little ? 5u : 5u << 16);
+        // Values outside 1..8 read as upright; out-of-range requests are refused.
+        put(entry + 8, 9, 2);
+        EXPECT_EQ(MeGetOrientation(b.data(), n, &o), MOK);
+        EXPECT_EQ(o, 1);
+        const Bytes before = b;
+        EXPECT_EQ(MeSetOrientation(b.data(), n, 0), MERR_INVALID_PARAM);
+        EXPECT_EQ(MeSetOrientation(b.data(), n, 9), MERR_INVALID_PARAM);
+        EXPECT_EQ(b, before);
+    }
+    // A broken block, a truncated one and null pointers give 2 and upright.
+    Bytes bad = BuildExifBlock({true, 3, true, {}});
+    bad[10 + 7] = 0xF0;  // IFD0 offset far past the end
+    int32_t o = 0;
+    EXPECT_EQ(MeGetOrientation(bad.data(), static_cast<uint32_t>(bad.size()), &o),
+              MERR_INVALID_PARAM);
+    EXPECT_EQ(o, 1);
+    EXPECT_EQ(MeSetOrientation(bad.data(), static_cast<uint32_t>(bad.size()), 1),
+              MERR_INVALID_PARAM);
+    EXPECT_EQ(MeGetOrientation(bad.data(), 12, &o), MERR_INVALID_PARAM);
+    EXPECT_EQ(MeGetOrientation(nullptr, 0, &o), MERR_INVALID_PARAM);
+    EXPECT_EQ(MeGetOrientation(bad.data(), 0, nullptr), MERR_INVALID_PARAM);
+}
