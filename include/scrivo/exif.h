@@ -53,11 +53,24 @@ SCRIVO_API MRESULT MeGetThumbnailData(const uint8_t* block, uint32_t length, uin
 SCRIVO_API void MeFreeThumbnailData(uint8_t* thumbnail);
 
 /* Replaces the IFD1 thumbnail with thumbnailLength bytes (a length of 0
- * erases it). The thumbnail is taken to be the APP1 segment's last content:
- * whatever followed it inside the segment is dropped. *block is reallocated
- * (the old one freed) on success; on failure it is unchanged. */
+ * erases it, its entries kept with length 0). Only the thumbnail moves, so
+ * every other IFD and value keeps its offset whatever their order: a
+ * thumbnail behind everything else is cut off with whatever unreferenced
+ * bytes followed it and the new one appended; one in front of other fields
+ * is overwritten in place when the new one fits there (the block keeps its
+ * length), else the new one goes behind the segment's end. *block is
+ * reallocated (the old one freed) on success; on failure it is unchanged:
+ * 3 for a layout whose tables, values or thumbnail cannot be told apart
+ * inside the segment, or when the APP1 segment would pass 65535 bytes. */
 SCRIVO_API MRESULT MeReplaceThumbnailInExif(uint8_t** block, uint32_t* length,
                                             const uint8_t* thumbnail, uint32_t thumbnailLength);
+
+/* Removes the thumbnail: IFD0's link to IFD1 becomes 0, and IFD1 with its
+ * thumbnail is cut off when it lies behind everything else (otherwise its
+ * bytes stay unreferenced, the thumbnail zeroed). Nothing to do (0) without
+ * IFD1. *block is reallocated as by MeReplaceThumbnailInExif, which it
+ * shares its refusals with. */
+SCRIVO_API MRESULT MeRemoveThumbnailFromExif(uint8_t** block, uint32_t* length);
 
 /* Writes the pixel size into the block's image-size fields, in the block's
  * byte order: PixelXDimension (0xA002) and PixelYDimension (0xA003) of the

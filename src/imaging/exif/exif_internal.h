@@ -92,6 +92,26 @@ bool WriteScalar(Tiff& tiff, const Entry& e, uint32_t v);
 // kMalformed when IFD0 or the link cannot be read or points back at IFD0.
 Found FindIfd1(const Tiff& tiff, Ifd* ifd1);
 
+// What a walk over the ranges a TIFF structure refers to found, measured
+// against one probe range [from, from + size) (the thumbnail, usually).
+struct Extents {
+    uint64_t from = 0;
+    uint64_t size = 0;
+    uint64_t end = 8;                  // end of the farthest range (the header at least)
+    uint64_t firstStart = UINT64_MAX;  // first range starting at or behind `from`
+    bool overlaps = false;             // a range shares bytes with the probe or straddles `from`
+
+    void Add(uint64_t start, uint64_t n);
+};
+
+// Adds the table at TIFF offset `offset` (entries and 4-byte link) and the
+// values that do not fit an entry's 4-byte field to *extents. With
+// followSubIfds the Exif sub-IFD (0x8769), the GPS IFD (0x8825) and the
+// interoperability IFD (0xA005) it points at are added too, each once. The
+// thumbnail IFD1 points at is a plain offset, not a range of this walk.
+// False when a table or value lies outside the span.
+bool AddIfdExtents(const Tiff& tiff, uint32_t offset, bool followSubIfds, Extents* extents);
+
 // Checked stream transfers at absolute positions: 4101 when the stream does
 // not end up at pos, 4102 for a short read, 4103 for a short write.
 MRESULT SeekTo(MHStream s, int64_t pos);

@@ -1,24 +1,42 @@
 /*
- * The IFD1 thumbnail: copying it out and replacing it.
+ * The IFD1 thumbnail: copying it out, replacing it and removing it.
  *
- * Both start like this: the first APP1 segment of the block, its "Exif"
+ * All three start alike: the first APP1 segment of the block, its "Exif"
  * identifier and TIFF header, IFD0's table and its link to IFD1, then IFD1's
  * entries: 0x0201 (JPEGInterchangeFormat) is the thumbnail's TIFF offset and
- * 0x0202 (JPEGInterchangeFormatLength) its length. No APP1, no IFD1, an empty
- * IFD1 or no 0x0201 entry means there is nothing to do (result 0).
+ * 0x0202 (JPEGInterchangeFormatLength) its length. No APP1 or no IFD1 means
+ * there is nothing to do (result 0).
  *
- * Replacement builds a new buffer: the bytes up to the old thumbnail's start,
- * the new thumbnail, then everything after the old APP1 segment. Whatever
- * stood in the segment behind the old thumbnail is dropped; cameras put the
- * thumbnail last. The APP1 length field becomes (bytes from the marker to the
- * thumbnail) + new length - 2, of which only the low 16 bits fit; callers keep
- * the thumbnail small enough. The whole layout is checked before anything is
- * written, so a refused block (result 3) is left exactly as it was: the APP1
- * segment must lie inside the buffer and the thumbnail must start behind
- * IFD1's own table, inside the segment. A 0x0202 entry that is not a SHORT or
- * LONG with count 1 is rewritten as one LONG, so the new length always reads
- * back correctly. Without a 0x0201 entry the 0x0202 length is still patched.
+ * The edits move nothing but the thumbnail, so every other offset in the
+ * block (IFDs, values, a maker note's own pointers) stays true whatever the
+ * order in which the camera wrote them. Before anything is written the
+ * ranges the other fields use are measured (tiff_extents.cpp); a block whose
+ * tables or values do not lie inside the segment, or whose thumbnail shares
+ * bytes with them, is refused with 3 and left exactly as it was.
+ *
+ * Replacement, by where the old thumbnail lies:
+ *  - behind everything else (the usual camera layout): the segment is cut at
+ *    its start and the new one appended, so the block shrinks or grows by
+ *    the difference; whatever unreferenced bytes followed it are dropped;
+ *  - in front of other fields, and the new one fits the room up to the next
+ *    of them: written in place, the rest of the old one zeroed, the block's
+ *    length unchanged;
+ *  - in front of other fields and too long for that room: appended behind
+ *    the segment's last byte (at an even offset), the old one zeroed and
+ *    0x0201 pointed at the new place.
+ * The APP1 length field must hold the new segment length: a block whose
+ * segment would pass 65535 bytes is refused (3). A 0x0202 entry that is not
+ * a SHORT or LONG with count 1 is rewritten as one LONG, so the new length
+ * reads back correctly. Without a 0x0201 entry only the 0x0202 length is
+ * patched.
+ *
+ * Removal unlinks IFD1 from IFD0 (a link of 0), so no reader looks for a
+ * thumbnail. When IFD1's table, its values and the thumbnail lie behind
+ * everything else the segment is cut where the first of them starts;
+ * otherwise they stay as unreferenced bytes, the thumbnail zeroed.
  */
+#include <algorithm>
+
 #include "imaging/exif/exif_internal.h"
 
 namespace scrivo::exif {
@@ -30,34 +48,54 @@ constexpr uint32_t kTagThumbLength = 0x0202;
 struct ThumbFields {
     bool hasStart = false;
     uint32_t start = 0;
+    Entry startEntry;
     bool hasLength = false;
     Entry lengthEntry;
 };
 
-// Locates the block's thumbnail fields. MOK with *present false when there
-// is nothing to look at; 3 for a malformed layout.
-MRESULT LocateThumbnail(uint8_t* block, size_t length, App1Location* app1, Tiff* tiff, Ifd* ifd1,
-                        ThumbFields* fields, bool* present) {
-    *present = false;
-    const Found app = FindApp1(block, length, app1);
+// The parts of a block the thumbnail edits look at.
+struct Located {
+    App1Location app1;
+    Tiff tiff;
+    uint32_t ifd0Offset = 0;
+    Ifd ifd1;
+    ThumbFields fields;
+    bool hasIfd1 = false;
+};
+
+// Locates the block's thumbnail fields. MOK with hasIfd1 false when there is
+// nothing to look at; 3 for a malformed layout.
+MRESULT Locate(uint8_t* block, size_t length, Located* at) {
+    const Found app = FindApp1(block, length, &at->app1);
     if (app == Found::kNone) return MOK;
-    if (app == Found::kMalformed || !tiff->Open(block, length, *app1)) return MERR_UNSUPPORTED;
-    const Found found = FindIfd1(*tiff, ifd1);
+    if (app == Found::kMalformed || !at->tiff.Open(block, length, at->app1)) {
+        return MERR_UNSUPPORTED;
+    }
+    const Found found = FindIfd1(at->tiff, &at->ifd1);
     if (found == Found::kNone) return MOK;
-    if (found == Found::kMalformed) return MERR_UNSUPPORTED;
-    for (uint32_t i = 0; i < ifd1->count; ++i) {
+    if (found == Found::kMalformed || !at->tiff.Get32(4, &at->ifd0Offset)) {
+        return MERR_UNSUPPORTED;
+    }
+    ThumbFields& f = at->fields;
+    for (uint32_t i = 0; i < at->ifd1.count; ++i) {
         Entry e;
-        if (!ReadEntry(*tiff, *ifd1, i, &e)) return MERR_UNSUPPORTED;
-        if (e.tag == kTagThumbStart && !fields->hasStart) {
-            if (!ReadScalar(*tiff, e, &fields->start)) return MERR_UNSUPPORTED;
-            fields->hasStart = true;
-        } else if (e.tag == kTagThumbLength && !fields->hasLength) {
-            fields->lengthEntry = e;
-            fields->hasLength = true;
+        if (!ReadEntry(at->tiff, at->ifd1, i, &e)) return MERR_UNSUPPORTED;
+        if (e.tag == kTagThumbStart && !f.hasStart) {
+            if (!ReadScalar(at->tiff, e, &f.start)) return MERR_UNSUPPORTED;
+            f.startEntry = e;
+            f.hasStart = true;
+        } else if (e.tag == kTagThumbLength && !f.hasLength) {
+            f.lengthEntry = e;
+            f.hasLength = true;
         }
     }
-    *present = ifd1->count > 0;
+    at->hasIfd1 = true;
     return MOK;
+}
+
+// The old thumbnail's length when its 0x0202 entry can be read.
+bool OldLength(const Located& at, uint32_t* n) {
+    return at.fields.hasLength && ReadScalar(at.tiff, at.fields.lengthEntry, n);
 }
 
 void WriteLength(Tiff& tiff, const Entry& e, uint32_t value) {
@@ -66,6 +104,50 @@ void WriteLength(Tiff& tiff, const Entry& e, uint32_t value) {
     tiff.Put16(entryPos + 2, 4);
     tiff.Put32(entryPos + 4, 1);
     tiff.Put32(e.valuePos, value);
+}
+
+// The rebuilt block and a TIFF view of it.
+struct Rebuilt {
+    uint8_t* data = nullptr;
+    uint32_t length = 0;
+    Tiff tiff;
+};
+
+// A new block holding the old one's bytes up to TIFF offset `keep`, zeros up
+// to `tiffSize`, then whatever followed the APP1 segment; its APP1 length
+// field covers the new TIFF size. 3 when that passes 65535, 4 when memory
+// runs out; the old block is never touched.
+MRESULT Rebuild(const uint8_t* old, size_t oldLength, const Located& at, uint64_t keep,
+                uint64_t tiffSize, Rebuilt* out) {
+    const uint64_t tiffStart = at.tiff.offsetInBlock();
+    const uint64_t segment = tiffStart - at.app1.start - 2 + tiffSize;
+    if (segment > 0xFFFF) return MERR_UNSUPPORTED;
+    const uint64_t tail = oldLength - at.app1.end;
+    const uint64_t newLength = tiffStart + tiffSize + tail;
+    if (newLength > UINT32_MAX || newLength > SIZE_MAX) return MERR_NO_MEMORY;
+    auto* fresh = static_cast<uint8_t*>(MMemAlloc(nullptr, static_cast<size_t>(newLength)));
+    if (fresh == nullptr) return MERR_NO_MEMORY;
+    MMemCpy(fresh, old, static_cast<size_t>(tiffStart + keep));
+    MMemSet(fresh + tiffStart + keep, 0, static_cast<size_t>(tiffSize - keep));
+    if (tail > 0) MMemCpy(fresh + tiffStart + tiffSize, old + at.app1.end, tail);
+    fresh[at.app1.start + 2] = static_cast<uint8_t>(segment >> 8);
+    fresh[at.app1.start + 3] = static_cast<uint8_t>(segment);
+    out->data = fresh;
+    out->length = static_cast<uint32_t>(newLength);
+    App1Location app1{at.app1.start, static_cast<size_t>(at.app1.start + 2 + segment)};
+    out->tiff.Open(fresh, out->length, app1);
+    return MOK;
+}
+
+void Zero(Tiff& tiff, uint64_t from, uint64_t to) {
+    if (to > tiff.size()) to = tiff.size();
+    if (from < to) MMemSet(tiff.base() + from, 0, static_cast<size_t>(to - from));
+}
+
+void HandOver(uint8_t** block, uint32_t* length, const Rebuilt& fresh) {
+    MMemFree(nullptr, *block);
+    *block = fresh.data;
+    *length = fresh.length;
 }
 
 }  // namespace
@@ -88,22 +170,17 @@ MRESULT MeGetThumbnailData(const uint8_t* block, uint32_t length, uint8_t** thum
     }
     *thumbnail = nullptr;
     *thumbnailLength = 0;
-    App1Location app1;
-    Tiff tiff;
-    Ifd ifd1;
-    ThumbFields fields;
-    bool present = false;
+    Located at;
     // Only read through the span here; the cast is for the shared locator.
-    const MRESULT r = LocateThumbnail(const_cast<uint8_t*>(block), length, &app1, &tiff, &ifd1,
-                                      &fields, &present);
-    if (r != MOK || !present || !fields.hasStart || !fields.hasLength) return r;
+    const MRESULT r = Locate(const_cast<uint8_t*>(block), length, &at);
+    if (r != MOK || !at.hasIfd1 || !at.fields.hasStart || !at.fields.hasLength) return r;
     uint32_t size = 0;
-    if (!ReadScalar(tiff, fields.lengthEntry, &size)) return MERR_UNSUPPORTED;
-    if (fields.start < 8 || !tiff.InBounds(fields.start, size)) return MERR_UNSUPPORTED;
+    if (!OldLength(at, &size)) return MERR_UNSUPPORTED;
+    if (at.fields.start < 8 || !at.tiff.InBounds(at.fields.start, size)) return MERR_UNSUPPORTED;
     if (size == 0) return MOK;
     auto* copy = static_cast<uint8_t*>(MMemAlloc(nullptr, size));
     if (copy == nullptr) return MERR_NO_MEMORY;
-    MMemCpy(copy, tiff.base() + fields.start, size);
+    MMemCpy(copy, at.tiff.base() + at.fields.start, size);
     *thumbnail = copy;
     *thumbnailLength = size;
     return MOK;
@@ -115,43 +192,77 @@ MRESULT MeReplaceThumbnailInExif(uint8_t** block, uint32_t* length, const uint8_
         (thumbnail == nullptr && thumbnailLength != 0)) {
         return MERR_INVALID_PARAM;
     }
-    uint8_t* old = *block;
-    const size_t oldLength = *length;
-    App1Location app1;
-    Tiff tiff;
-    Ifd ifd1;
-    ThumbFields fields;
-    bool present = false;
-    const MRESULT r = LocateThumbnail(old, oldLength, &app1, &tiff, &ifd1, &fields, &present);
-    if (r != MOK || !present) return r;
-    if (!fields.hasStart) {
-        if (fields.hasLength) WriteLength(tiff, fields.lengthEntry, thumbnailLength);
+    Located at;
+    const MRESULT r = Locate(*block, *length, &at);
+    if (r != MOK || !at.hasIfd1 || at.ifd1.count == 0) return r;
+    if (!at.fields.hasStart) {
+        if (at.fields.hasLength) WriteLength(at.tiff, at.fields.lengthEntry, thumbnailLength);
         return MOK;
     }
-    // The thumbnail must sit behind IFD1's table and inside the segment, and
-    // the segment inside the buffer, before anything is cut or patched.
-    if (app1.end > oldLength || fields.start < ifd1.Entry(ifd1.count) ||
-        fields.start > tiff.size()) {
+    const uint64_t start = at.fields.start;
+    const uint64_t size = at.tiff.size();
+    if (at.app1.end > *length || start < 8 || start > size) return MERR_UNSUPPORTED;
+    uint32_t oldLength = 0;
+    const bool knownLength = OldLength(at, &oldLength);
+    Extents ext;
+    ext.from = start;
+    ext.size = std::min<uint64_t>(oldLength, size - start);
+    if (!AddIfdExtents(at.tiff, at.ifd0Offset, true, &ext) ||
+        !AddIfdExtents(at.tiff, at.ifd1.offset, false, &ext) || ext.overlaps) {
         return MERR_UNSUPPORTED;
     }
-    const uint64_t prefix = uint64_t{tiff.offsetInBlock()} + fields.start;
-    const uint64_t tail = oldLength - app1.end;
-    const uint64_t newLength = prefix + thumbnailLength + tail;
-    if (newLength > UINT32_MAX || newLength > SIZE_MAX) return MERR_NO_MEMORY;
-    auto* fresh = static_cast<uint8_t*>(MMemAlloc(nullptr, static_cast<size_t>(newLength)));
-    if (fresh == nullptr) return MERR_NO_MEMORY;
+    uint64_t keep = start;  // the thumbnail is the last thing: cut there
+    uint64_t place = start;
+    if (ext.firstStart != UINT64_MAX) {
+        if (!knownLength) return MERR_UNSUPPORTED;  // its bytes cannot be told apart
+        keep = size;
+        if (thumbnailLength > ext.firstStart - start) place = size + (size & 1);
+    }
+    Rebuilt fresh;
+    const MRESULT built =
+        Rebuild(*block, *length, at, keep, std::max(keep, place + thumbnailLength), &fresh);
+    if (built != MOK) return built;
+    Tiff& t = fresh.tiff;
+    if (thumbnailLength > 0) MMemCpy(t.base() + place, thumbnail, thumbnailLength);
+    if (keep != start) Zero(t, place == start ? start + thumbnailLength : start, start + ext.size);
+    if (at.fields.hasLength) WriteLength(t, at.fields.lengthEntry, thumbnailLength);
+    if (place != start) WriteScalar(t, at.fields.startEntry, static_cast<uint32_t>(place));
+    HandOver(block, length, fresh);
+    return MOK;
+}
 
-    if (fields.hasLength) WriteLength(tiff, fields.lengthEntry, thumbnailLength);
-    MMemCpy(fresh, old, static_cast<size_t>(prefix));
-    if (thumbnailLength > 0) MMemCpy(fresh + prefix, thumbnail, thumbnailLength);
-    if (tail > 0) MMemCpy(fresh + prefix + thumbnailLength, old + app1.end, tail);
-    const uint32_t segmentLength =
-        static_cast<uint32_t>(prefix - app1.start + thumbnailLength - 2) & 0xFFFF;
-    fresh[app1.start + 2] = static_cast<uint8_t>(segmentLength >> 8);
-    fresh[app1.start + 3] = static_cast<uint8_t>(segmentLength);
-
-    MMemFree(nullptr, old);
-    *block = fresh;
-    *length = static_cast<uint32_t>(newLength);
+MRESULT MeRemoveThumbnailFromExif(uint8_t** block, uint32_t* length) {
+    if (block == nullptr || length == nullptr || *block == nullptr) return MERR_INVALID_PARAM;
+    Located at;
+    const MRESULT r = Locate(*block, *length, &at);
+    if (r != MOK || !at.hasIfd1) return r;
+    const uint64_t size = at.tiff.size();
+    if (at.app1.end > *length) return MERR_UNSUPPORTED;
+    // The thumbnail's bytes, when they can be told: [start, start + n).
+    uint32_t n = 0;
+    const bool knownThumb = at.fields.hasStart && OldLength(at, &n) && at.fields.start >= 8 &&
+                            at.tiff.InBounds(at.fields.start, n);
+    Extents main;
+    main.from = knownThumb ? at.fields.start : size;
+    main.size = knownThumb ? n : 0;
+    Extents own;  // IFD1's table and values
+    if (!AddIfdExtents(at.tiff, at.ifd0Offset, true, &main) ||
+        !AddIfdExtents(at.tiff, at.ifd1.offset, false, &own)) {
+        return MERR_UNSUPPORTED;
+    }
+    uint64_t cut = own.firstStart;
+    if (at.fields.hasStart) cut = std::min<uint64_t>(cut, at.fields.start);
+    const bool behind = cut >= main.end && cut <= size;
+    Rebuilt fresh;
+    const MRESULT built =
+        Rebuild(*block, *length, at, behind ? cut : size, behind ? cut : size, &fresh);
+    if (built != MOK) return built;
+    Ifd ifd0;
+    ReadIfd(fresh.tiff, at.ifd0Offset, true, &ifd0);  // read before: inside `main`
+    fresh.tiff.Put32(ifd0.LinkOffset(), 0);
+    if (!behind && knownThumb && !main.overlaps) {
+        Zero(fresh.tiff, at.fields.start, uint64_t{at.fields.start} + n);
+    }
+    HandOver(block, length, fresh);
     return MOK;
 }

@@ -2,6 +2,8 @@
 // built in both byte orders.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "exif_test_util.h"
 #include "scrivo/exif.h"
 
@@ -99,6 +101,65 @@ TEST(ExifThumbnail, OddBlocksAreLeftAloneOrRefused) {
         r = MeReplaceImageSize(c.data, c.length, 5, 6);
         EXPECT_TRUE(r == MOK || r == MERR_UNSUPPORTED) << n;
     }
+}
+
+TEST(ExifThumbnail, OtherIfdsSurviveReplacementAndRemovalInAnyLayout) {
+    const Bytes oldThumb = EncodeJpeg(16, 12);
+    const Bytes smaller = EncodeJpeg(8, 6, true), larger = EncodeJpeg(40, 30);
+    ASSERT_LT(smaller.size(), oldThumb.size());
+    ASSERT_GT(larger.size(), oldThumb.size());
+    const uint32_t link = kIfd0 + 2 + 5 * 12, exifPointer = link - 4;
+    for (bool little : {true, false}) {
+        SCOPED_TRACE(little ? "II" : "MM");
+        const Bytes standard = BuildExifBlock({little, 4, true, oldThumb});
+        const Bytes last = WithExifIfdLast(standard, little);
+        // The segment length matches, the old picture is gone and the EXIF
+        // sub-IFD is still where IFD0 says (its size fields can be patched).
+        auto check = [&](const HeapBlock& b, const Bytes& thumb) {
+            const Bytes now = b.bytes();
+            EXPECT_EQ((now[2] << 8 | now[3]) + 2u, now.size());
+            EXPECT_EQ(std::search(now.begin(), now.end(), oldThumb.begin(), oldThumb.end()),
+                      now.end());
+            MRESULT r = 1;
+            EXPECT_EQ(Thumbnail(b.data, b.length, &r), thumb);
+            EXPECT_EQ(r, MOK);
+            ASSERT_EQ(MeReplaceImageSize(b.data, b.length, 321, 123), MOK);
+            const uint32_t exif = ReadTiff32(now, exifPointer, little);
+            EXPECT_EQ(ReadTiff32(b.bytes(), exif + 2 + 4 * 12 + 8, little), 321u);
+        };
+        for (const Bytes* t : {&smaller, &larger}) {
+            HeapBlock b(last);
+            ASSERT_EQ(MeReplaceThumbnailInExif(&b.data, &b.length, t->data(),
+                                               static_cast<uint32_t>(t->size())),
+                      MOK);
+            check(b, *t);
+            // A smaller one stays in place; a larger one goes behind the end.
+            const uint32_t at = ReadTiff32(b.bytes(), kExifIfd + 2 + 4 * 12 + 8, little);
+            EXPECT_EQ(at, t == &smaller ? kThumbOffset - (kIfd1 - kExifIfd) : last.size() - 10);
+            EXPECT_EQ(b.length, t == &smaller ? last.size() : last.size() + t->size());
+        }
+        // Removal unlinks IFD1; it is cut off only where it lies last.
+        for (const Bytes* layout : {&last, &standard}) {
+            HeapBlock b(*layout);
+            ASSERT_EQ(MeRemoveThumbnailFromExif(&b.data, &b.length), MOK);
+            check(b, {});
+            EXPECT_EQ(ReadTiff32(b.bytes(), link, little), 0u);
+            EXPECT_EQ(b.length, layout == &last ? last.size() : 10 + kIfd1);
+            EXPECT_EQ(MeRemoveThumbnailFromExif(&b.data, &b.length), MOK);  // nothing left
+        }
+    }
+    // A thumbnail that would carry the segment past 65535 bytes is refused.
+    const Bytes block = BuildExifBlock({true, 3, true, oldThumb});
+    const Bytes huge(65536 - 8 - kThumbOffset, 1);
+    HeapBlock b(block);
+    EXPECT_EQ(MeReplaceThumbnailInExif(&b.data, &b.length, huge.data(),
+                                       static_cast<uint32_t>(huge.size())),
+              MERR_UNSUPPORTED);
+    EXPECT_EQ(b.bytes(), block);
+    EXPECT_EQ(MeReplaceThumbnailInExif(&b.data, &b.length, huge.data(),
+                                       static_cast<uint32_t>(huge.size() - 1)),
+              MOK);
+    EXPECT_EQ(b.data[2] << 8 | b.data[3], 0xFFFF);
 }
 
 TEST(ExifImageSize, PatchesShortAndLongDimensions) {

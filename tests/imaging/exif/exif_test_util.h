@@ -138,6 +138,32 @@ inline uint32_t ReadTiff32(const Bytes& b, uint32_t off, bool little) {
     return little ? a | c << 16 : a << 16 | c;
 }
 
+inline void WriteTiff32(Bytes& b, uint32_t off, uint32_t v, bool little) {
+    for (int i = 0; i < 4; ++i)
+        b[10 + off + (little ? i : 3 - i)] = static_cast<uint8_t>(v >> 8 * i);
+}
+
+// A block from BuildExifBlock laid out as some editors write it: IFD0, IFD1,
+// the thumbnail, then the EXIF sub-IFD at the next even offset.
+inline Bytes WithExifIfdLast(const Bytes& b, bool little) {
+    const uint32_t shift = kIfd1 - kExifIfd, ifd1 = kExifIfd, thumb = kThumbOffset - shift;
+    const uint32_t exif = (thumb + ReadTiff32(b, kIfd1 + 2 + 5 * 12 + 8, little) + 1) & ~1u;
+    Bytes out(10 + exif + shift, 0);
+    const auto at = [&](uint32_t off) { return b.begin() + 10 + off; };
+    std::copy(b.begin(), at(kExifIfd), out.begin());  // APP1 head, TIFF header, IFD0
+    std::copy(at(kIfd1), b.end(), out.begin() + 10 + ifd1);
+    std::copy(at(kExifIfd), at(kIfd1), out.begin() + 10 + exif);
+    WriteTiff32(out, kIfd0 + 2 + 5 * 12, ifd1, little);      // IFD0's link
+    WriteTiff32(out, kIfd0 + 2 + 4 * 12 + 8, exif, little);  // 0x8769
+    for (uint32_t entry : {1u, 2u, 4u}) {                    // two RATIONALs, 0x0201
+        const uint32_t pos = ifd1 + 2 + entry * 12 + 8;
+        WriteTiff32(out, pos, ReadTiff32(out, pos, little) - shift, little);
+    }
+    out[2] = static_cast<uint8_t>((out.size() - 2) >> 8);
+    out[3] = static_cast<uint8_t>(out.size() - 2);
+    return out;
+}
+
 }  // namespace exiftest
 
 #endif
