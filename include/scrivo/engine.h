@@ -105,15 +105,24 @@ SCRIVO_API uint32_t VPFindPageVertex2(VPHandle handle, tagVPPoint quad[4], int32
  * verified search unless set otherwise):
  *   VP_PAGE_SEARCH_VERIFIED: the detector's candidates and more compete on
  *     the evidence that they bound a page; the winner's corners are refined
- *     on the full-size photograph and may lie outside it when the page runs
- *     past its frame. No convincing page: the whole photograph with 0.
+ *     on the full-size photograph. No convincing page: the whole
+ *     photograph with 0.
  *   VP_PAGE_SEARCH_FIXED_STEPS: the detector's answer alone, unverified and
  *     unrefined (a photograph without a page comes back as the whole
  *     photograph, found by VPFindPageVertex's third-corner rule).
+ * Either way the corners lie within the photograph (0..W, 0..H): a page that
+ * runs past its frame has them on the frame's edge.
  * Returns 1, or 0 for a null handle or an unknown mode. */
 #define VP_PAGE_SEARCH_VERIFIED 0
 #define VP_PAGE_SEARCH_FIXED_STEPS 1
 SCRIVO_API uint32_t VPSetPageSearch(VPHandle handle, int32_t mode);
+/* The size query and the rectification make a page of at least
+ * VP_SMALLEST_PAGE pixels each way, never larger than the photograph as the
+ * page lies in it: corners that bound a smaller page are refused (0), never
+ * replaced by the whole photograph. Corners that start at another corner of
+ * the page than its top-left as the photograph shows it turn the page by
+ * quarter turns; the turned page keeps the size it has unturned. */
+#define VP_SMALLEST_PAGE 8
 SCRIVO_API uint32_t VPGetRectifiedImageSize(VPHandle handle, tagVPPoint quad[4], int32_t* width,
                                             int32_t* height);
 SCRIVO_API uint32_t VPRectifyVertexArea(VPHandle handle, tagVPPoint quad[4], tagVPImage** out);

@@ -20,13 +20,34 @@
 // the detector's answer. VPFindPageVertex2 takes the detector's answer
 // instead and always searches a resized image (scale 1 for small photos);
 // its mode reaches the detector as the flag byte (mode 0: no flags, as the
-// plain search passes).
+// plain search passes). Every answer is brought inside the photograph,
+// each coordinate clamped to 0..W or 0..H: a refined page that runs past
+// the frame, and the one-pixel side of an extreme aspect ratio's search
+// image scaled back by s, would otherwise name pixels the photograph does
+// not have. A corner inside the photograph is left as it was.
+//
+// The page of a quadrangle (size query and rectification alike): the order
+// of the corners says which way up the page comes out. Its top edge p0 p3
+// and bottom edge p1 p2, taken together, run right across the photograph
+// for a page kept as it lies, up it for a page turned a quarter clockwise,
+// left for a half turn, down for three quarters. The page is sized as it
+// lies (by the rectification's own rule: fitted into the photograph, width
+// to a multiple of 4, padded), its width and height swapped for an
+// odd number of quarter turns, so that a turned page keeps its resolution
+// instead of being fitted into the photograph's frame the other way round.
+// The matrix maps the corners as given onto that page, so the warp turns it
+// in the same pass. A page smaller than VP_SMALLEST_PAGE either way is
+// refused rather than replaced by the whole photograph; the whole-photograph
+// rules (equal to it, or a zero where a corner of the page as it lies cannot
+// be) are applied to the corners as the page lies.
 //
 // A search scale so extreme that a side would shrink to nothing is kept at
 // one pixel. Operations whose working image has been released (reduction
 // mode 1) fail with 0, except the page search, which first recovers a source
 // from the rectified or enhanced image.
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <utility>
 
 #include <opencv2/imgproc.hpp>
@@ -70,20 +91,76 @@ uint32_t SearchPage(VPClient* client, tagVPPoint quad[4], bool alwaysResize, int
     const bool fixedSteps = client->pageSearch == VP_PAGE_SEARCH_FIXED_STEPS;
     const int detected =
         FindPageInPhotograph(client->source, alwaysResize, flags, corners, nullptr, fixedSteps);
+    const int32_t w = client->source.cols, h = client->source.rows;
+    for (int i = 0; i < 4; ++i)
+        quad[i] = tagVPPoint{std::clamp(corners[i].x, 0, w), std::clamp(corners[i].y, 0, h)};
     if (alwaysResize || !fixedSteps) {
         client->found = detected;
     } else {
-        client->found = (corners[2].x != 0 && corners[2].y != 0) ? 1 : 0;
+        client->found = (quad[2].x != 0 && quad[2].y != 0) ? 1 : 0;
     }
-    for (int i = 0; i < 4; ++i) quad[i] = tagVPPoint{corners[i].x, corners[i].y};
     client->rectWidth = 0;
     client->rectHeight = 0;
     client->sizeKnown = 0;
     return static_cast<uint32_t>(client->found);
 }
 
+// Clockwise quarter turns (0..3) that the order of the corners asks for:
+// the direction in which the top and bottom edges run, together.
+int32_t QuarterTurns(const tagVPPoint q[4]) {
+    const int64_t dx = (int64_t{q[3].x} - q[0].x) + (int64_t{q[2].x} - q[1].x);
+    const int64_t dy = (int64_t{q[3].y} - q[0].y) + (int64_t{q[2].y} - q[1].y);
+    if (std::llabs(dx) >= std::llabs(dy)) return dx >= 0 ? 0 : 2;
+    return dy < 0 ? 1 : 3;
+}
+
+// The page of a quadrangle: the corners as the page lies in the photograph
+// (top-left first as the photograph shows it), and the turn that the given
+// order asks for.
+struct PageCorners {
+    tagVPPoint lying[4];
+    int32_t turns;
+    explicit PageCorners(const tagVPPoint quad[4]) : turns(QuarterTurns(quad)) {
+        for (int i = 0; i < 4; ++i) lying[i] = quad[(i + 4 - turns) % 4];
+    }
+};
+
 bool TakenAsWholePhotograph(const tagVPPoint quad[4], const cv::Mat& source) {
-    return IsWholeImageQuadrangle(quad, source.cols, source.rows) || HasZeroVertex(quad);
+    const PageCorners page(quad);
+    return IsWholeImageQuadrangle(page.lying, source.cols, source.rows) ||
+           HasZeroVertex(page.lying);
+}
+
+// The rectified page of a quadrangle that is not the whole photograph:
+// the padded size and the matrix onto the unpadded page.
+struct PagePlan {
+    cv::Mat matrix;
+    int32_t width = 0;
+    int32_t height = 0;
+};
+
+// False when the quadrangle bounds no page of VP_SMALLEST_PAGE pixels each
+// way (or admits no perspective matrix).
+bool PlanPage(const cv::Mat& source, const tagVPPoint quad[4], PagePlan* plan) {
+    const PageCorners page(quad);
+    tem_Point lying[4], given[4];
+    for (int i = 0; i < 4; ++i) {
+        lying[i] = ToTem(page.lying[i]);
+        given[i] = ToTem(quad[i]);
+    }
+    int32_t w = 0, h = 0;
+    VpSize padded{0, 0};
+    if (!CalDstSize2(lying, source, &w, &h) || !GetRectifiedQuadrangleSize3(lying, source, &padded))
+        return false;
+    if (page.turns % 2 != 0) {
+        std::swap(w, h);
+        std::swap(padded.width, padded.height);
+    }
+    if (w < VP_SMALLEST_PAGE || h < VP_SMALLEST_PAGE) return false;
+    if (!MakeGeometryRectifyMatrix4(given, w, h, plan->matrix)) return false;
+    plan->width = padded.width;
+    plan->height = padded.height;
+    return true;
 }
 
 }  // namespace
@@ -149,7 +226,10 @@ uint32_t VPGetRectifiedImageSize(VPHandle handle, tagVPPoint quad[4], int32_t* w
     try {
         int32_t w = source.cols, h = source.rows;
         if (!TakenAsWholePhotograph(quad, source)) {
-            GetRectifiedImageSizeWithVertex(source, quad, &w, &h);
+            PagePlan plan;
+            if (!PlanPage(source, quad, &plan)) return 0;
+            w = plan.width;
+            h = plan.height;
         }
         *width = w;
         *height = h;
@@ -177,8 +257,10 @@ uint32_t VPRectifyVertexArea(VPHandle handle, tagVPPoint quad[4], tagVPImage** o
                 return 0;
             }
         } else {
-            if (!c->source.empty())
-                c->rectifiedImage = PerspectiveRectifyAndCutImage(c->source, quad);
+            PagePlan plan;
+            if (c->source.empty() || !PlanPage(c->source, quad, &plan)) return 0;
+            c->rectifiedImage =
+                GeometryRectifyWithVanishingPoint(c->source, plan.matrix, plan.width, plan.height);
             if (c->rectifiedImage.empty()) return 0;
         }
         return PublishRectified(c, *out);

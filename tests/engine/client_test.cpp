@@ -31,6 +31,17 @@ Rgba Photo(int w, int h) {
     return p;
 }
 
+// Red grows to the right, green downwards: a pixel's shift changes little.
+Rgba Gradient(int w, int h) {
+    Rgba p(w, h, 255);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            p.pixels[(size_t(y) * w + x) * 4] = uint8_t(x * 255 / w);
+            p.pixels[(size_t(y) * w + x) * 4 + 1] = uint8_t(y * 255 / h);
+        }
+    return p;
+}
+
 void Quad(tagVPPoint q[4], std::initializer_list<int> v) {
     auto it = v.begin();
     for (int i = 0; i < 4; ++i, it += 2) q[i] = {it[0], it[1]};
@@ -117,7 +128,7 @@ TEST(EngineClient, QuadranglesSizesAndRectification) {
     // four triangles all have the same area, with zeros that would otherwise
     // take it for the whole photograph.
     Quad(bowtie, {0, 0, 400, 600, 0, 600, 400, 0});
-    Quad(diamond, {399, 300, 200, 0, 0, 300, 200, 599});  // second vertex y = 0
+    Quad(diamond, {50, 300, 150, 0, 350, 100, 250, 400});  // second vertex y = 0
     int32_t w = 0, hh = 0;
 
     EXPECT_EQ(JudgeLeaglueQuadrangle(page), 1);
@@ -154,6 +165,74 @@ TEST(EngineClient, QuadranglesSizesAndRectification) {
     EXPECT_EQ(VPRectifyVertexAreaAnimation(h, page, &frame.ptr), 1u);
     EXPECT_NE(std::count(frame.pixels.begin(), frame.pixels.end(), 9), long(frame.pixels.size()));
     VPReleaseDocuviaClient(&h);
+}
+
+TEST(EngineClient, TurnedPagesKeepTheirSizeAndTinyPagesAreRefused) {
+    Rgba photo = Gradient(400, 300);
+    VPHandle h = VPCreateDocuviaClient(&photo.record);
+    ASSERT_NE(h, nullptr);
+    // A 360 x 220 page as it lies, then its corners from each of its other
+    // corners: a quarter turn keeps the page's pixels, width and height
+    // swapped, instead of fitting it into the landscape frame (180 x 300).
+    const int lying[8] = {20, 40, 20, 260, 380, 260, 380, 40};
+    cv::Mat unturned;
+    for (int turns = 0; turns < 4; ++turns) {
+        SCOPED_TRACE(turns);
+        tagVPPoint q[4];
+        for (int i = 0; i < 4; ++i)
+            q[i] = {lying[(i + turns) % 4 * 2], lying[(i + turns) % 4 * 2 + 1]};
+        int32_t w = 0, hh = 0;
+        ASSERT_EQ(VPGetRectifiedImageSize(h, q, &w, &hh), 1u);
+        EXPECT_EQ(cv::Size(w, hh), turns % 2 ? cv::Size(220, 360) : cv::Size(360, 220));
+        Rgba out(w, hh);
+        ASSERT_EQ(VPRectifyVertexArea(h, q, &out.ptr), 1u);
+        if (turns == 0) unturned = h->rectifiedImage.clone();
+        cv::Mat expected;
+        if (turns == 0)
+            unturned.copyTo(expected);
+        else
+            cv::rotate(unturned, expected, cv::RotateFlags(turns - 1));  // CW, 180, CCW
+        EXPECT_LT(cv::norm(h->rectifiedImage, expected, cv::NORM_L1) / expected.total(), 3.0);
+    }
+    // Corners too close for a page of 8 x 8 pixels fail instead of giving
+    // the whole photograph; 8 pixels across is a page.
+    for (const auto& v : std::vector<std::vector<int>>{{100, 100, 100, 101, 101, 101, 101, 100},
+                                                       {100, 100, 100, 103, 103, 103, 103, 100},
+                                                       {100, 50, 100, 250, 103, 250, 103, 50},
+                                                       {100, 50, 100, 250, 107, 250, 107, 50},
+                                                       {50, 100, 350, 100, 350, 102, 50, 102}}) {
+        tagVPPoint q[4];
+        for (int i = 0; i < 4; ++i) q[i] = {v[2 * i], v[2 * i + 1]};
+        int32_t w = 0, hh = 0;
+        Rgba out(400, 300);
+        EXPECT_EQ(VPGetRectifiedImageSize(h, q, &w, &hh), 0u) << v[4] - v[0];
+        EXPECT_EQ(VPRectifyVertexArea(h, q, &out.ptr), 0u);
+        EXPECT_TRUE(h->rectifiedImage.empty());
+    }
+    tagVPPoint eight[4];
+    Quad(eight, {100, 50, 100, 250, 108, 250, 108, 50});
+    int32_t w = 0, hh = 0;
+    ASSERT_EQ(VPGetRectifiedImageSize(h, eight, &w, &hh), 1u);
+    EXPECT_EQ(cv::Size(w, hh), cv::Size(VP_SMALLEST_PAGE, 200));
+    VPReleaseDocuviaClient(&h);
+
+    // A photograph of an extreme aspect ratio is searched at a side of one
+    // pixel; scaled back, the answer still lies inside the photograph.
+    for (const cv::Size size : {cv::Size(65000, 8), cv::Size(8, 65000)}) {
+        Rgba strip = Photo(size.width, size.height);
+        VPHandle s = VPCreateDocuviaClient(&strip.record);
+        ASSERT_NE(s, nullptr);
+        for (int32_t mode : {VP_PAGE_SEARCH_VERIFIED, VP_PAGE_SEARCH_FIXED_STEPS}) {
+            VPSetPageSearch(s, mode);
+            tagVPPoint q[4];
+            VPFindPageVertex(s, q);
+            for (const tagVPPoint& p : q) {
+                EXPECT_TRUE(p.x >= 0 && p.x <= size.width && p.y >= 0 && p.y <= size.height)
+                    << size << " mode " << mode << ": " << p.x << "," << p.y;
+            }
+        }
+        VPReleaseDocuviaClient(&s);
+    }
 }
 
 TEST(EngineClient, PageSearchScaleAndSourceRecovery) {
