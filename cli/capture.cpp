@@ -131,6 +131,8 @@ bool OpenPhotograph(QvSession* session, const std::string& input, const std::str
         out.error = shape.problem;
         return false;
     }
+    if (!shape.warning.empty())
+        Console::Get().Error("scrivo: " + input + ": warning: " + shape.warning);
     out.width = shape.width;
     out.height = shape.height;
     guard.engine =
@@ -217,6 +219,7 @@ Worker::Worker() {
     }
     if (MdRegisterJpegComponents(manager_) != MOK) return;
     session_ = QvSession_Create(manager_);
+    QvSession_SetThumbnailMayGrow(session_, 1);  // a desktop: pages carry the full thumbnail
 }
 
 Worker::~Worker() {
@@ -285,8 +288,7 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
             return out;
         }
     }
-    if (!WriteFileAtomically(output, page.data, static_cast<size_t>(page.length), out.error))
-        return out;
+    if (!WriteOutput(output, page.data, static_cast<size_t>(page.length), out.error)) return out;
     console.Timing(label, "write", watch.Lap());
     console.Timing(label, "total", watch.Total());
     out.ok = true;

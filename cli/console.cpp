@@ -55,7 +55,7 @@ void Console::WriteLocked(int fd, const std::string& text) {
 void Console::Out(const std::string& text) {
     std::lock_guard<std::mutex> lock(mutex_);
     ClearBarLocked();
-    WriteLocked(1, text);
+    WriteLocked(outFd_, text);
     DrawBarLocked();
 }
 
@@ -107,6 +107,19 @@ void Console::FinishProgress() {
     std::lock_guard<std::mutex> lock(mutex_);
     ClearBarLocked();
     barActive_ = false;
+}
+
+void Console::Interrupted(const std::string& signal) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ClearBarLocked();
+    barActive_ = false;
+    std::string line = "scrivo: interrupted by " + signal;
+    if (total_ > 0) {
+        line.append(": ").append(std::to_string(done_ - failed_)).append(" ok, ");
+        line.append(std::to_string(failed_)).append(" failed, ");
+        line.append(std::to_string(total_ - done_)).append(" not done");
+    }
+    WriteLocked(2, line + "\n");
 }
 
 void Console::ClearBarLocked() {

@@ -16,6 +16,9 @@ class Console {
 
     void Out(const std::string& text);    // to standard output, as is
     void Error(const std::string& line);  // one line to standard error
+    // Result lines go to standard error from now on: standard output
+    // carries the page itself (-o -).
+    void ResultsToStandardError() { outFd_ = 2; }
 
     // Verbose mode: the library's log lines and the tool's timing lines.
     void EnableVerbose();
@@ -27,6 +30,9 @@ class Console {
     void StartProgress(size_t total);
     void Advance(const std::string& name, bool ok);
     void FinishProgress();
+    // "scrivo: interrupted by SIGINT: 2 ok, 1 failed, 5 not done" (the
+    // counts when a batch is running); the bar is cleared first.
+    void Interrupted(const std::string& signal);
 
   private:
     Console() = default;
@@ -35,6 +41,7 @@ class Console {
     void ClearBarLocked();
 
     std::mutex mutex_;
+    int outFd_ = 1;
     bool verbose_ = false;
     bool barActive_ = false;
     bool terminal_ = false;

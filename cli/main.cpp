@@ -1,7 +1,8 @@
 // The scrivo command-line tool: argument parsing and the two commands.
 //
-//   scrivo scan PHOTO.jpg... | DIR/ [-o PAGE.jpg | -o OUTDIR/] [--enhance M]
+//   scrivo scan PHOTO.jpg... | DIR/ [-o PAGE.jpg | -o - | -o OUTDIR/] [--enhance M]
 //               [--corners x,y,x,y,x,y,x,y] [--quality Q] [--auto-rotate] [-j N]
+//               [--memory SIZE]
 //   scrivo detect PHOTO.jpg [--json] [--overlay OUT.jpg]
 //
 // CLI11 parses; every parse error (unknown option, bad value, missing
@@ -9,7 +10,12 @@
 // tell "you called me wrong" (2) from "some photographs failed" (1). Values
 // CLI11 cannot check by itself (--corners, -o against the inputs) are
 // checked here with the same code. --verbose may come before or after the
-// command name.
+// command name. SIGINT and SIGTERM are taken over first thing (signals.h),
+// before any thread exists, so that every thread inherits the blocked mask.
+// `-o -` sends the page to standard output, and the result line then goes
+// to standard error so the page's bytes stay clean.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
@@ -19,6 +25,7 @@
 #include "capture.h"
 #include "console.h"
 #include "report.h"
+#include "signals.h"
 
 using namespace scrivo_cli;
 
@@ -56,6 +63,27 @@ bool ParseCorners(const std::string& text, Quad& quad) {
     if (values.size() != 8 || text.back() == ',') return false;
     for (size_t i = 0; i < 4; ++i) quad[i] = tagVPPoint{values[2 * i], values[2 * i + 1]};
     return true;
+}
+
+// "2G", "1500M", "800K", or a bare number of megabytes -> bytes; 0 if bad.
+uint64_t ParseMemory(const std::string& text) {
+    size_t used = 0;
+    unsigned long long value = 0;
+    try {
+        value = std::stoull(text, &used);
+    } catch (const std::exception&) {
+        return 0;
+    }
+    const std::string unit = text.substr(used);
+    int shift = 20;
+    if (unit == "K" || unit == "k")
+        shift = 10;
+    else if (unit == "G" || unit == "g")
+        shift = 30;
+    else if (!unit.empty() && unit != "M" && unit != "m")
+        return 0;
+    if (text[0] == '-' || value == 0 || value > (~0ull >> shift)) return 0;
+    return static_cast<uint64_t>(value) << shift;
 }
 
 int32_t MethodFromName(const std::string& name) {
@@ -102,6 +130,11 @@ static int Main(int argc, char** argv) {
                      "Photographs processed at once (default: one per processor); the cores "
                      "are shared out among them")
         ->check(CLI::Range(1, 256));
+    std::string memoryText;
+    scan->add_option("--memory", memoryText,
+                     "Memory the photographs in flight may take together, e.g. 4G or 1500M "
+                     "(default: half the physical memory); each one's need is estimated "
+                     "from its header");
     scan->footer(kExitCodes);
 
     CLI::App* detect = app.add_subcommand("detect", "Find the page corners in a photograph");
@@ -137,15 +170,26 @@ static int Main(int argc, char** argv) {
                 return UsageError("--corners needs eight integers x,y,x,y,x,y,x,y");
             options.cornersGiven = true;
         }
+        uint64_t memory = DefaultMemoryBudget();
+        if (!memoryText.empty() && (memory = ParseMemory(memoryText)) == 0)
+            return UsageError("--memory needs a size such as 4G, 1500M or 800K");
         const Plan plan = PlanScan(inputs, output);
         if (!plan.usageError.empty()) return UsageError(plan.usageError);
         if (plan.batch && options.cornersGiven)
             return UsageError("--corners applies to a single photograph");
-        const BatchResult result = RunScan(plan, options, threads);
+        if (!plan.setupError.empty()) {
+            console.Error("scrivo: " + plan.setupError);
+            return kExitSomeFailed;
+        }
+        if (output == "-") {
+            if (isatty(1) == 1) return UsageError("-o - would write the page to a terminal");
+            console.ResultsToStandardError();
+        }
+        const BatchResult result = RunScan(plan, options, threads, memory);
         if (plan.batch) {
             const double seconds =
                 std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-            ReportSummary(result.ok, result.failed, seconds);
+            ReportSummary(result.ok, result.failed, plan.skipped.size(), seconds);
         }
         exitCode = result.failed > 0 ? kExitSomeFailed : kExitOk;
     } else if (detect->parsed()) {
@@ -167,6 +211,7 @@ static int Main(int argc, char** argv) {
 }
 
 int main(int argc, char** argv) {
+    InstallSignalHandling();
     try {
         return Main(argc, argv);
     } catch (const std::exception& e) {  // out of memory or a broken file system

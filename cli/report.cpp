@@ -5,7 +5,11 @@
 // order kept, corners as [x, y] pairs in the order top-left, bottom-left,
 // bottom-right, top-right, like the data sets the detector is scored on);
 // on failure the object carries "error" and the exit code is 1, so a
-// script can rely on getting JSON either way.
+// script can rely on getting JSON either way. JSON text is UTF-8, and file
+// names are bytes: a name that is not valid UTF-8 is given with each bad
+// byte replaced by U+FFFD, and the exact bytes ride along in "file_bytes"
+// (likewise "overlay_bytes"), with every byte that is not printable ASCII,
+// and the backslash, written as \xHH, so a script can still find the file.
 #include "report.h"
 
 #include <sys/resource.h>
@@ -32,6 +36,66 @@ std::string CornerSource(const Outcome& outcome, bool given) {
     if (given) return "given";
     return outcome.found ? "detected" : "no page found: whole photograph";
 }
+
+namespace {
+
+// The length of the valid UTF-8 sequence at s[i], 0 when there is none.
+size_t Utf8Length(const std::string& s, size_t i) {
+    const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+    const unsigned char c = byte(i);
+    size_t n = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
+    if (n == 0 || i + n > s.size()) return 0;
+    for (size_t k = 1; k < n; ++k)
+        if ((byte(i + k) & 0xC0) != 0x80) return 0;
+    uint32_t cp = n == 1 ? c : c & (0x7F >> n);
+    for (size_t k = 1; k < n; ++k) cp = (cp << 6) | (byte(i + k) & 0x3F);
+    static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (cp < kLeast[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+    return n;
+}
+
+bool IsValidUtf8(const std::string& s) {
+    for (size_t i = 0, n; i < s.size(); i += n)
+        if ((n = Utf8Length(s, i)) == 0) return false;
+    return true;
+}
+
+std::string ReplaceInvalidUtf8(const std::string& s) {
+    std::string out;
+    for (size_t i = 0, n; i < s.size(); i += n) {
+        n = Utf8Length(s, i);
+        if (n == 0) {
+            out += "\xEF\xBF\xBD";
+            n = 1;
+        } else {
+            out.append(s, i, n);
+        }
+    }
+    return out;
+}
+
+std::string EscapeBytes(const std::string& s) {
+    std::string out;
+    for (const char ch : s) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (c >= 0x20 && c < 0x7F && c != '\\') {
+            out += ch;
+        } else {
+            char hex[5];
+            std::snprintf(hex, sizeof hex, "\\x%02X", c);
+            out += hex;
+        }
+    }
+    return out;
+}
+
+// Sets j[key] to the name, and j[key_bytes] too when the name is not UTF-8.
+void PutName(nlohmann::ordered_json& j, const std::string& key, const std::string& name) {
+    j[key] = ReplaceInvalidUtf8(name);
+    if (!IsValidUtf8(name)) j[key + "_bytes"] = EscapeBytes(name);
+}
+
+}  // namespace
 
 void ReportFailure(const std::string& input, const std::string& reason) {
     Console::Get().Error("scrivo: " + input + ": " + reason);
@@ -60,9 +124,9 @@ void ReportDetect(const std::string& input, const std::string& overlay, const Ou
     if (!outcome.ok) ReportFailure(input, outcome.error);
     if (json) {
         nlohmann::ordered_json j;
-        j["file"] = input;
+        PutName(j, "file", input);
         if (!outcome.ok) {
-            j["error"] = outcome.error;
+            j["error"] = ReplaceInvalidUtf8(outcome.error);
         } else {
             j["width"] = outcome.width;
             j["height"] = outcome.height;
@@ -74,9 +138,10 @@ void ReportDetect(const std::string& input, const std::string& overlay, const Ou
             } else {
                 j["corners"] = nullptr;  // no page: no corners to offer
             }
-            if (!overlay.empty()) j["overlay"] = overlay;
+            if (!overlay.empty()) PutName(j, "overlay", overlay);
         }
-        Console::Get().Out(j.dump() + "\n");
+        Console::Get().Out(
+            j.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
         return;
     }
     if (!outcome.ok) return;
@@ -92,10 +157,12 @@ void ReportDetect(const std::string& input, const std::string& overlay, const Ou
     Console::Get().Out(text);
 }
 
-void ReportSummary(size_t ok, size_t failed, double seconds) {
-    char text[128];
-    std::snprintf(text, sizeof text, "%zu ok, %zu failed, %.1f s\n", ok, failed, seconds);
-    Console::Get().Out(text);
+void ReportSummary(size_t ok, size_t failed, size_t skipped, double seconds) {
+    std::string text = std::to_string(ok) + " ok, " + std::to_string(failed) + " failed, ";
+    if (skipped > 0) text += std::to_string(skipped) + " skipped, ";
+    char time[32];
+    std::snprintf(time, sizeof time, "%.1f s\n", seconds);
+    Console::Get().Out(text + time);
 }
 
 void ReportPeakMemory() {

@@ -20,7 +20,8 @@ void ReportDetect(const std::string& input, const std::string& overlay, const Ou
                   bool json);
 // "scrivo: NAME: reason" on standard error.
 void ReportFailure(const std::string& input, const std::string& reason);
-void ReportSummary(size_t ok, size_t failed, double seconds);
+// "3 ok, 1 failed, 2 skipped, 0.4 s" (skipped only when there were some).
+void ReportSummary(size_t ok, size_t failed, size_t skipped, double seconds);
 // "scrivo: peak memory N MB" (verbose mode).
 void ReportPeakMemory();
 
