@@ -71,6 +71,14 @@ enum {
     MD_PROP_JPEG_QUALITY = 8449     /* 4 */
 };
 
+/* Why a photograph cannot be decoded, where the reason is not the data
+ * itself: the JPEG decoder's Open returns these framework results and the
+ * framework passes them on unchanged (MCodec_DecodeCreate, MdBitmapLoad).
+ * MD_MAX_DECODE_PIXELS is the most pixels a photograph may have. */
+#define MD_ERR_IMAGE_TOO_LARGE 4120
+#define MD_ERR_CMYK_UNSUPPORTED 4121
+#define MD_MAX_DECODE_PIXELS (1u << 28)
+
 /* Codec component results, translated by the framework into MRESULTs. */
 enum {
     MD_CERR_INVALID_PARAM = 0x8001,

@@ -5,10 +5,20 @@
  * (16 KiB refills). libjpeg reports fatal errors through error_exit, which
  * here longjmps back to the component operation that called into libjpeg;
  * those calls sit in small functions without C++ objects so that the jump
- * skips no destructors. Running out of stream bytes is fatal too (a
- * truncated photograph is an error, not a grey-padded image), as are the
- * warnings that mean the entropy-coded data is corrupt; other warnings are
- * only counted.
+ * skips no destructors. When the stream runs out the source supplies an
+ * end-of-image marker, so a photograph that lacks only its final FF D9
+ * decodes, as other readers accept it. A photograph cut short anywhere
+ * else still fails: in the headers the marker ends the image before a scan,
+ * in entropy-coded data the decoder needs bits past the marker
+ * (JWRN_HIT_MARKER) or misses a restart marker (JWRN_MUST_RESYNC), and a
+ * progressive photograph whose later scans are missing has coefficients
+ * that were never fully refined. Those warnings, and the others that mean
+ * the entropy-coded data is corrupt, are fatal; the rest are only counted.
+ *
+ * Open refuses, with results of their own, a photograph of more than
+ * MD_MAX_DECODE_PIXELS pixels (checked from the frame header, before any
+ * memory is taken for it) and CMYK or YCCK data, which has no R,G,B
+ * rendering here.
  *
  * Region and scale: the region (4106) is in full-size pixels; a reduction
  * d of 1, 2, 4 or 8 (4099, or chosen from a destination size by 4103 as the
@@ -62,6 +72,7 @@ struct ErrorMgr {
 struct SourceMgr {
     jpeg_source_mgr pub;
     MHStream stream;
+    bool ended;  // the stream ran out and an end marker was supplied
     JOCTET buffer[kSourceBufferSize];
 };
 
@@ -138,9 +149,10 @@ boolean FillInputBuffer(j_decompress_ptr c) {
     auto* s = reinterpret_cast<SourceMgr*>(c->src);
     int32_t n = MStreamRead(s->stream, s->buffer, kSourceBufferSize);
     if (n <= 0) {
-        auto* e = reinterpret_cast<ErrorMgr*>(c->err);
-        e->code = MD_CERR_STREAM;
-        std::longjmp(e->jump, 1);
+        s->ended = true;
+        s->buffer[0] = 0xFF;
+        s->buffer[1] = JPEG_EOI;
+        n = 2;
     }
     s->pub.next_input_byte = s->buffer;
     s->pub.bytes_in_buffer = static_cast<size_t>(n);
@@ -180,6 +192,15 @@ MRESULT Failed(const JpegDecoder* d) {
     return d->err.code != 0 ? d->err.code : static_cast<MRESULT>(MD_CERR_GENERAL);
 }
 
+// A progressive photograph that had all its scans: every coefficient of
+// every component refined to its last bit (-1: never seen).
+bool FullyRefined(j_decompress_ptr c) {
+    for (int ci = 0; ci < c->num_components; ++ci)
+        for (int k = 0; k < DCTSIZE2; ++k)
+            if (c->coef_bits[ci][k] != 0) return false;
+    return true;
+}
+
 // ---- Calls into libjpeg; each returns 0 or the code error_exit recorded.
 // No C++ objects live in these frames, so longjmp skips no destructors.
 
@@ -188,6 +209,7 @@ MRESULT ReadHeader(JpegDecoder* d) {
     if (setjmp(d->err.jump)) return Failed(d);
     d->src.pub.bytes_in_buffer = 0;
     d->src.pub.next_input_byte = nullptr;
+    d->src.ended = false;
     jpeg_read_header(&d->cinfo, TRUE);
     return 0;
 }
@@ -199,7 +221,8 @@ MRESULT StartDecompress(JpegDecoder* d, int32_t x0, int32_t x1, int32_t y0) {
     c->scale_num = 1;
     c->scale_denom = static_cast<unsigned>(d->denom);
     c->out_color_space = d->outFormat == kOldGray ? JCS_GRAYSCALE : JCS_EXT_RGBA;
-    jpeg_start_decompress(c);
+    jpeg_start_decompress(c);  // reads every scan of a progressive photograph
+    if (c->progressive_mode && d->src.ended && !FullyRefined(c)) return MD_CERR_STREAM;
     const int32_t fullW = static_cast<int32_t>(c->output_width);
     const int32_t mcuW = c->max_h_samp_factor * c->min_DCT_scaled_size;
     const int32_t mcuH = c->max_v_samp_factor * c->min_DCT_scaled_size;
@@ -284,12 +307,11 @@ MRESULT Open(void* self, MHStream stream, const MENCODE_TARGET*) {
     d->headerRead = true;
     d->width = static_cast<int32_t>(d->cinfo.image_width);
     d->height = static_cast<int32_t>(d->cinfo.image_height);
-    if (d->width <= 0 || d->height <= 0 ||
-        static_cast<uint64_t>(d->width) * static_cast<uint64_t>(d->height) >
-            scrivo::codec::kMaxDecodePixels)
-        return MD_CERR_UNSUPPORTED;
+    if (d->width <= 0 || d->height <= 0) return MD_CERR_GENERAL;
+    if (static_cast<uint64_t>(d->width) * static_cast<uint64_t>(d->height) > MD_MAX_DECODE_PIXELS)
+        return MD_ERR_IMAGE_TOO_LARGE;
     if (d->cinfo.jpeg_color_space == JCS_CMYK || d->cinfo.jpeg_color_space == JCS_YCCK)
-        return MD_CERR_UNSUPPORTED;
+        return MD_ERR_CMYK_UNSUPPORTED;
     d->region = {0, 0, d->width, d->height};
     return 0;
 }
