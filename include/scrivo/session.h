@@ -103,6 +103,12 @@ SCRIVO_API void QvSession_Destroy(QvSession* session);
  * default save; 1..100 an explicit quality (4:2:0). The EXIF thumbnail is
  * always encoded with the default. */
 SCRIVO_API void QvSession_SetJpegQuality(QvSession* session, int32_t quality);
+/* Whether a page's EXIF block may grow to hold the page's full thumbnail
+ * (non-zero; for a desktop, where bytes are cheap). Off (the default), the
+ * block never grows beyond the photograph's: a thumbnail longer than the
+ * photograph's own is made smaller (smaller sides, lower quality, a few
+ * tries) and, where none fits, the thumbnail is removed from the block. */
+SCRIVO_API void QvSession_SetThumbnailMayGrow(QvSession* session, int32_t mayGrow);
 
 /* Decodes the JPEG bytes, keeps the photograph's EXIF block and thumbnail
  * length, and creates an engine from the pixels; null on failure. Resets the

@@ -120,6 +120,10 @@ extern "C" void QvSession_SetJpegQuality(QvSession* session, int32_t quality) {
     session->jpegQuality = quality < 0 ? 0 : (quality > 100 ? 100 : quality);
 }
 
+extern "C" void QvSession_SetThumbnailMayGrow(QvSession* session, int32_t mayGrow) {
+    if (session) session->thumbnailMayGrow = mayGrow != 0;
+}
+
 extern "C" VPHandle QvSession_CreateEngine(QvSession* s, const uint8_t* jpeg, int32_t length) {
     if (!s) return nullptr;
     MLogPrint(MLOG_DEBUG, "JNI_CreateEngine in <----");

@@ -32,6 +32,7 @@ struct QvSession {
     int32_t m_lRectifiedWidth = 0;
     int32_t m_lRectifiedHeight = 0;
     int32_t jpegQuality = 0;        // 0: the framework's default save
+    bool thumbnailMayGrow = false;  // the EXIF block may grow for a full thumbnail
     std::vector<VPHandle> engines;  // made here, not yet released
 
     QvSession() = default;
@@ -106,9 +107,9 @@ bool IsWholePhotograph(const tagVPPoint quad[4], int32_t width, int32_t height);
 }  // namespace scrivo::session
 
 /* Makes a thumbnail of the page (longer side 160), puts it into the kept
- * EXIF block in place of the photograph's one (or blanks the old one when
- * the new one is larger), and writes the block into the page's JPEG in
- * `stream`. Returns the result of the insertion. */
+ * EXIF block in place of the photograph's one (a smaller one, or none, when
+ * the block may not grow enough), and writes the block into the page's JPEG
+ * in `stream`. Returns the result of the insertion. */
 MRESULT RepalceExifInfoThumbnail(QvSession* session, MHStream stream, const MBITMAP* page);
 
 #endif

@@ -1,5 +1,6 @@
-// Thumbnail replacement: the size rule, the block that never grows, and a
-// real photograph's output as exiftool reads it.
+// Thumbnail replacement: the size rule, a thumbnail that is valid or gone,
+// the desktop's full thumbnail, every IFD kept, and a real photograph's
+// output as exiftool reads it.
 #include <gtest/gtest.h>
 #include <algorithm>
 
@@ -37,6 +38,24 @@ std::vector<std::string> Replace(QvSession* s, const Bytes& block, int32_t thumb
     return log.Take();
 }
 
+bool Logged(const std::vector<std::string>& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// The page's block: its thumbnail is a JPEG that decodes cleanly (its size
+// returned), or there is none and IFD0 no longer links to IFD1.
+std::pair<int, int> CheckThumbnail(const Bytes& jpeg, bool little, Bytes* block) {
+    Bytes thumb;
+    *block = ExifOf(jpeg, &thumb);
+    EXPECT_FALSE(block->empty());
+    int w = 0, h = 0;
+    if (thumb.empty())
+        EXPECT_EQ(exiftest::ReadTiff32(*block, exiftest::kIfd0 + 2 + 5 * 12, little), 0u);
+    else
+        EXPECT_TRUE(exiftest::DecodeJpeg(thumb, &w, &h));
+    return {w, h};
+}
+
 std::map<std::string, std::string> ExifTool(const std::string& path) {
     std::map<std::string, std::string> tags;
     const std::string cmd =
@@ -57,36 +76,44 @@ std::map<std::string, std::string> ExifTool(const std::string& path) {
 
 }  // namespace
 
-TEST(SessionThumbnail, SizeRuleAndABlockThatNeverGrows) {
+TEST(SessionThumbnail, SizeRuleAndAThumbnailThatIsValidOrGone) {
     Manager m;
     QvSession* s = QvSession_Create(m.m);
     exiftest::BlockOptions o;
     o.thumbnail.assign(5000, 0x55);
     const Bytes block = exiftest::BuildExifBlock(o);
-    Bytes jpeg, thumb;
+    Bytes jpeg, out;
 
     auto lines = Replace(s, block, 5000, 1000, 1400, false, &jpeg);
     EXPECT_EQ(lines[3], "RepalceExifInfoThumbnail lWidth = 114, lHeight = 160");
     EXPECT_EQ(lines[6], "RepalceExifInfoThumbnail MeReplaceThumbnailInExif res = 0");
     lines = Replace(s, block, 5000, 1400, 1000, false, &jpeg);
     EXPECT_EQ(lines[3], "RepalceExifInfoThumbnail lWidth = 160, lHeight = 114");
-    ExifOf(jpeg, &thumb);
-    EXPECT_LT(thumb.size(), 5000u);
-    EXPECT_EQ(thumb[0], 0xFF);
-    EXPECT_EQ(thumb[1], 0xD8);
+    EXPECT_EQ(CheckThumbnail(jpeg, true, &out), std::pair(160, 114));
     // A sliver keeps an even side of at least 2.
     lines = Replace(s, block, 5000, 2000, 4, false, &jpeg);
     EXPECT_EQ(lines[3], "RepalceExifInfoThumbnail lWidth = 160, lHeight = 2");
 
-    // Noise does not compress, not even at the lowest quality tried: the
-    // old thumbnail is blanked in place instead and the block keeps its size.
-    o.thumbnail.assign(1000, 0x55);
-    const Bytes small = exiftest::BuildExifBlock(o);
-    lines = Replace(s, small, 1000, 320, 228, true, &jpeg);
-    EXPECT_EQ(lines[6], "RepalceExifInfoThumbnail MeReplaceThumbnailInExif(Erase) res = 0");
-    EXPECT_EQ(s->m_dwExifDataLen, small.size());
-    EXPECT_EQ(ExifOf(jpeg, &thumb).size(), small.size());
-    EXPECT_EQ(thumb, Bytes(1000, 0));
+    // Noise does not compress: in a photograph's 2000 bytes a smaller, lower
+    // quality thumbnail takes the place; in 300 none fits and the thumbnail
+    // is removed. Never zero bytes, and the block never grows.
+    for (uint32_t room : {2000u, 300u}) {
+        o.thumbnail.assign(room, 0x55);
+        const Bytes small = exiftest::BuildExifBlock(o);
+        lines = Replace(s, small, int32_t(room), 320, 228, true, &jpeg);
+        EXPECT_EQ(Logged(lines, "RepalceExifInfoThumbnail MeReplaceThumbnailInExif(Erase) res = 0"),
+                  room == 300);
+        const auto [w, h] = CheckThumbnail(jpeg, true, &out);
+        EXPECT_EQ(w > 0, room == 2000);
+        EXPECT_LT(w, 160);
+        EXPECT_LE(out.size(), small.size());
+    }
+    // A session whose block may grow carries the full thumbnail.
+    QvSession_SetThumbnailMayGrow(s, 1);
+    lines = Replace(s, block, 300, 320, 228, true, &jpeg);
+    EXPECT_EQ(CheckThumbnail(jpeg, true, &out), std::pair(160, 114));
+    EXPECT_GT(out.size(), block.size());
+    QvSession_SetThumbnailMayGrow(s, 0);
 
     // A new photograph drops the previous one's block even without EXIF.
     const Bytes photo = WithExif(EncodeRgba(m.m, Picture(64, 48), 64, 48), block);
@@ -98,6 +125,38 @@ TEST(SessionThumbnail, SizeRuleAndABlockThatNeverGrows) {
     EXPECT_EQ(QvSession_GetThumbLength(s), 0);
     QvSession_ReleaseEngine(s, h);
     QvSession_ReleaseEngine(s, h2);
+    QvSession_Destroy(s);
+}
+
+TEST(SessionThumbnail, EveryIfdSurvivesAndAnUnrewritableBlockIsKept) {
+    Manager m;
+    QvSession* s = QvSession_Create(m.m);
+    const uint32_t exifPointer = exiftest::kIfd0 + 2 + 4 * 12 + 8;
+    Bytes jpeg, out;
+    for (bool little : {true, false}) {
+        SCOPED_TRACE(little ? "II" : "MM");
+        // The EXIF sub-IFD behind the thumbnail: replaced in place, or the
+        // thumbnail removed; the page's width reaches PixelXDimension.
+        exiftest::BlockOptions o{little, 4, true, Bytes(3000, 0x55)};
+        const Bytes last = exiftest::WithExifIfdLast(exiftest::BuildExifBlock(o), little);
+        for (int32_t room : {3000, 200}) {
+            Replace(s, last, room, 320, 228, room == 200, &jpeg);
+            CheckThumbnail(jpeg, little, &out);
+            ASSERT_EQ(out.size(), last.size());
+            const uint32_t exif = exiftest::ReadTiff32(out, exifPointer, little);
+            EXPECT_EQ(exiftest::ReadTiff32(out, exif + 2 + 4 * 12 + 8, little), 320u);
+        }
+    }
+    // IFD0's XResolution pointing past the segment: no byte of the block can
+    // be told to be free, so it goes in as it was, old thumbnail and all.
+    Bytes bad = exiftest::BuildExifBlock({true, 4, true, Bytes(50, 1)});
+    bad[10 + exiftest::kIfd0 + 2 + 8 + 1] = 0x40;
+    const auto lines = Replace(s, bad, 50, 320, 228, false, &jpeg);
+    EXPECT_TRUE(Logged(lines,
+                       "RepalceExifInfoThumbnail EXIF block kept unchanged, with the "
+                       "photograph's thumbnail"));
+    ASSERT_EQ(MeReplaceImageSize(bad.data(), uint32_t(bad.size()), 320, 228), MOK);
+    EXPECT_EQ(ExifOf(jpeg), bad);
     QvSession_Destroy(s);
 }
 
@@ -121,14 +180,13 @@ TEST(SessionThumbnail, CameraPhotographReadsCleanlyInExiftool) {
     QvSession_FreeData(data);
     QvSession_ReleaseEngine(s, h);
     QvSession_Destroy(s);
-    // Its own thumbnail is small (under 3 KB): the page's either fits or the
-    // old one is blanked in place, never left showing the photograph.
+    // Its own thumbnail is small (under 7 KB): the page's fits, smaller if
+    // need be, or is removed; it is never left invalid.
     Bytes thumb;
     ASSERT_FALSE(ExifOf(page, &thumb).empty());
-    ASSERT_GT(thumb.size(), 2u);
-    const bool blanked = std::all_of(thumb.begin(), thumb.end(), [](uint8_t b) { return b == 0; });
-    if (!blanked) {
-        EXPECT_EQ(thumb[0] << 8 | thumb[1], 0xFFD8);
+    int tw = 0, th = 0;
+    if (!thumb.empty()) {
+        EXPECT_TRUE(exiftest::DecodeJpeg(thumb, &tw, &th));
     }
 
     if (!std::ifstream("/usr/bin/exiftool")) GTEST_SKIP() << "no exiftool";
@@ -145,8 +203,8 @@ TEST(SessionThumbnail, CameraPhotographReadsCleanlyInExiftool) {
     // The photograph may carry no pixel-size fields; those it has follow the page.
     for (auto [tag, value] : {std::pair{"ExifImageWidth", w}, std::pair{"ExifImageHeight", hh}})
         EXPECT_TRUE(!after.count(tag) || after[tag] == std::to_string(value)) << after[tag];
-    EXPECT_EQ(after["ThumbnailLength"], std::to_string(thumb.size()));
-    if (blanked) {
-        EXPECT_EQ(after["ThumbnailLength"], before["ThumbnailLength"]);
+    EXPECT_EQ(after.count("ThumbnailLength"), thumb.empty() ? 0u : 1u);
+    if (!thumb.empty()) {
+        EXPECT_EQ(after["ThumbnailLength"], std::to_string(thumb.size()));
     }
 }
