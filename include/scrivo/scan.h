@@ -24,6 +24,10 @@
  * such a result is harmless, as is freeing one twice. scrivo_strerror's
  * texts are static: never freed.
  *
+ * Corners and sizes, in and out, are pixels of the photograph as a viewer
+ * shows it: its EXIF Orientation (tag 0x0112) applied. The page is written
+ * upright in its pixels and its EXIF block says Orientation 1.
+ *
  * Every call has its own codec and engine, so calls may run at the same
  * time on different threads. Nothing here throws, and a null pointer or an
  * option out of range is answered with a status, never followed.
@@ -50,7 +54,9 @@ typedef enum {
     SCRIVO_ERR_ENHANCE = 6,      /* the enhancement produced no page */
     SCRIVO_ERR_ENCODE = 7,       /* the page could not be encoded as JPEG */
     SCRIVO_ERR_NO_MEMORY = 8,    /* out of memory (or the codec could not be set up) */
-    SCRIVO_ERR_INTERNAL = 9      /* a failure the library did not expect */
+    SCRIVO_ERR_INTERNAL = 9,     /* a failure the library did not expect */
+    SCRIVO_ERR_TOO_SMALL = 10    /* the corners (or a photograph that small) give a page
+                                    under 8 x 8 pixels (VP_SMALLEST_PAGE) */
 } scrivo_status;
 
 /* How the page is rendered. */
@@ -62,7 +68,7 @@ enum {
     SCRIVO_ENHANCE_ECONOMIC = 5 /* ink-saving: dark content on white */
 };
 
-/* Pixels of the photograph, y downwards. */
+/* Pixels of the photograph as viewed, y downwards. */
 typedef struct {
     int32_t x;
     int32_t y;

@@ -27,6 +27,13 @@
  * own (QV_SESSION_NOT_RECTIFIED, QV_SESSION_NOT_SIZED) instead of
  * rendering a blank page. Every step logs its entry and exit lines and
  * timing lines through MLogPrint.
+ *
+ * Coordinates: every corner that goes in or comes out, and every size, is
+ * in pixels of the photograph as a viewer shows it, with its EXIF
+ * Orientation (tag 0x0112, values 1..8) applied. The engine is made from
+ * the decoded pixels turned or mirrored that way, and the kept EXIF block
+ * says Orientation 1, so every page is written upright in its pixels and
+ * carries 1.
  */
 #ifndef SCRIVO_SESSION_H
 #define SCRIVO_SESSION_H
@@ -89,7 +96,10 @@ enum {
     /* An enhancement method other than 1..5 (VP_ENHANCE_*). */
     QV_SESSION_UNKNOWN_METHOD = 9,
     /* The page could not be encoded as JPEG. */
-    QV_SESSION_NOT_ENCODED = 10
+    QV_SESSION_NOT_ENCODED = 10,
+    /* The corners are in order, but bound a page smaller than the smallest
+     * the engine makes: VP_SMALLEST_PAGE x VP_SMALLEST_PAGE pixels. */
+    QV_SESSION_TOO_SMALL = 11
     /* The bitmap steps also pass on a bitmap's negative getInfo code. */
 };
 
@@ -111,15 +121,16 @@ SCRIVO_API void QvSession_SetJpegQuality(QvSession* session, int32_t quality);
 SCRIVO_API void QvSession_SetThumbnailMayGrow(QvSession* session, int32_t mayGrow);
 
 /* Decodes the JPEG bytes, keeps the photograph's EXIF block and thumbnail
- * length, and creates an engine from the pixels; null on failure. Resets the
- * size from the last size query to 0 x 0. The engine belongs to this
- * session: give it back with QvSession_ReleaseEngine. */
+ * length, and creates an engine from the pixels turned as its Orientation
+ * says (the kept block then says 1); null on failure. Resets the size from
+ * the last size query to 0 x 0. The engine belongs to this session: give
+ * it back with QvSession_ReleaseEngine. */
 SCRIVO_API VPHandle QvSession_CreateEngine(QvSession* session, const uint8_t* jpeg, int32_t length);
 /* Looks for the page: the one answer to "is there a page in the
  * photograph". count must be 4.
  *   0  a page: its corners are written (top-left, bottom-left,
- *      bottom-right, top-right; they may lie outside the photograph when
- *      the page runs past its frame);
+ *      bottom-right, top-right), each within the photograph (0..width,
+ *      0..height): a page that runs past its frame has them on its edge;
  *   1  no page: the points are left as they were (whatever the engine's
  *      page search mode, VPSetPageSearch, answers for "nothing": the whole
  *      photograph is never reported as a page);
@@ -141,8 +152,8 @@ SCRIVO_API int32_t QvSession_DetectTextDirection(QvSession* session, VPHandle en
                                                  tagVPPoint* upright, int32_t* turn, int32_t* width,
                                                  int32_t* height);
 /* The page's size for these corners, kept for QvSession_GetEnhancedImageData.
- * 0 done, 1 the corners bound no page, 2 count not 4 or a null pointer,
- * 5 unknown engine. */
+ * 0 done, 1 the corners bound no page (not convex, crossed), 2 count not 4
+ * or a null pointer, 5 unknown engine, 11 a page too small to make. */
 SCRIVO_API int32_t QvSession_GetRectifiedImageSize(QvSession* session, VPHandle engine,
                                                    const tagVPPoint* points, int32_t count,
                                                    int32_t* width, int32_t* height);
@@ -150,8 +161,8 @@ SCRIVO_API int32_t QvSession_GetRectifiedImageSize(QvSession* session, VPHandle 
  * for these corners (as the size query reports it). 0 done; 1 the corners
  * bound no page or the rectification failed; 2 count not 4 (3 points
  * included) or a bitmap that cannot take the page; 4 no bitmap (or no
- * memory); 5 unknown engine; 8 bitmap of another size; or the bitmap's
- * negative getInfo code. */
+ * memory); 5 unknown engine; 8 bitmap of another size; 11 a page too small
+ * to make; or the bitmap's negative getInfo code. */
 SCRIVO_API int32_t QvSession_GetRectifiedImage(QvSession* session, VPHandle engine,
                                                const tagVPPoint* points, int32_t count,
                                                const QvBitmapAccess* bitmap);
@@ -167,7 +178,7 @@ SCRIVO_API int32_t QvSession_GetEnhancedImage(QvSession* session, VPHandle engin
  * QvSession_FreeData) and *length are set. Otherwise *data is null and
  * *length 0 (when they are not null): 1 the corners bound no page or the
  * rectification failed, 2 count not 4 or null data/length, 4 no memory,
- * 5 unknown engine, 10 not encoded. */
+ * 5 unknown engine, 10 not encoded, 11 a page too small to make. */
 SCRIVO_API int32_t QvSession_GetRectifiedImageData(QvSession* session, VPHandle engine,
                                                    const tagVPPoint* points, int32_t count,
                                                    uint8_t** data, int32_t* length);
@@ -185,6 +196,17 @@ SCRIVO_API void QvSession_FreeData(uint8_t* data);
  * An unknown engine (null, already released, made elsewhere) is left alone,
  * and so is the EXIF block: 5. A null session: 2. */
 SCRIVO_API int32_t QvSession_ReleaseEngine(QvSession* session, VPHandle engine);
+
+/* The photograph as the engine holds it, as a viewer shows it: its size,
+ * and its pixels copied into the caller's RGBA bitmap of that size (for
+ * drawing corners on it). 0 done; 1 the engine no longer holds it (a
+ * reduction freed it); 2 a null session or size pointer, or a bitmap that
+ * cannot take the photograph; 4 no bitmap; 5 unknown engine; 8 a bitmap of
+ * another size; or the bitmap's negative getInfo code. */
+SCRIVO_API int32_t QvSession_GetPhotographSize(QvSession* session, VPHandle engine, int32_t* width,
+                                               int32_t* height);
+SCRIVO_API int32_t QvSession_GetPhotograph(QvSession* session, VPHandle engine,
+                                           const QvBitmapAccess* bitmap);
 
 /* What the session keeps, for tools and tests. */
 SCRIVO_API uint32_t QvSession_GetExifLength(const QvSession* session);

@@ -11,6 +11,10 @@
  * enhancement starts from the engine's rectified page and encoding that
  * page would be wasted work.
  *
+ * The photograph is the one the session's engine holds, turned as its EXIF
+ * Orientation says, so corners are checked against, and reported in, the
+ * photograph as viewed.
+ *
  * Given corners must lie within the photograph and turn the same way at
  * every corner in the documented order (top-left, bottom-left,
  * bottom-right, top-right): the engine's own legality test accepts a
@@ -27,6 +31,8 @@
 #include "session/session_internal.h"
 
 namespace {
+
+static_assert(VP_SMALLEST_PAGE == 8, "scrivo_strerror names the smallest page");
 
 struct ManagerGuard {
     MHAMCM m = nullptr;
@@ -108,6 +114,8 @@ scrivo_status FromSession(int32_t code, scrivo_status failed) {
             return SCRIVO_ERR_NO_MEMORY;
         case QV_SESSION_NOT_ENCODED:
             return SCRIVO_ERR_ENCODE;
+        case QV_SESSION_TOO_SMALL:
+            return SCRIVO_ERR_TOO_SMALL;
         default:
             return SCRIVO_ERR_INTERNAL;
     }
@@ -164,8 +172,10 @@ scrivo_status Scan(const uint8_t* jpeg, size_t length, const scrivo_scan_options
             return SCRIVO_ERR_INTERNAL;
         std::memcpy(corners, upright, sizeof corners);
     }
-    if (QvSession_GetRectifiedImageSize(session.s, engine, corners, 4, &result->width,
-                                        &result->height) != QV_SESSION_OK)
+    const int32_t sized = QvSession_GetRectifiedImageSize(session.s, engine, corners, 4,
+                                                          &result->width, &result->height);
+    if (sized == QV_SESSION_TOO_SMALL) return SCRIVO_ERR_TOO_SMALL;
+    if (sized != QV_SESSION_OK)
         return options.corners_given ? SCRIVO_ERR_BAD_CORNERS : SCRIVO_ERR_RECTIFY;
     QvSession_SetJpegQuality(session.s, options.jpeg_quality);
     PageBytes page;
@@ -231,6 +241,8 @@ extern "C" const char* scrivo_strerror(scrivo_status status) {
             return "out of memory";
         case SCRIVO_ERR_INTERNAL:
             return "an unexpected failure inside the library";
+        case SCRIVO_ERR_TOO_SMALL:
+            return "the page is too small: the smallest page is 8 x 8 pixels";
     }
     return "unknown status";
 }

@@ -9,7 +9,12 @@
  * Creation decodes the bytes into 32-bit R,G,B,A pixels, keeps a copy of
  * the photograph's EXIF block and the length of its thumbnail, and hands
  * the pixels to the engine (which keeps its own three-channel copy, so the
- * decoded bitmap is freed before returning). The previous photograph's
+ * decoded bitmap is freed right after). The engine's copy is then turned
+ * into the way viewers show the photograph, by the Orientation of the kept
+ * block, and the block is set to Orientation 1: from here on corners and
+ * sizes are those of the photograph as viewed, and the pages, upright in
+ * their pixels, must not be turned once more by their readers. A turned
+ * photograph logs "JNI_CreateEngine orientation = %d". The previous photograph's
  * EXIF copy is dropped first, before anything is decoded: a photograph
  * without EXIF, or one that does not decode, never carries an earlier
  * photograph's block into its pages. A photograph without EXIF is accepted
@@ -36,6 +41,7 @@
 
 using scrivo::session::IsWholePhotograph;
 using scrivo::session::PhotographSize;
+using scrivo::session::RefusedCorners;
 using scrivo::session::Since;
 using scrivo::session::StreamCloser;
 
@@ -103,6 +109,20 @@ MRESULT GetExifInfo(QvSession* s, MHStream stream) {
     return res;
 }
 
+/* The kept block's Orientation (1 without a block), which the block then
+ * loses: it is set to 1. */
+int32_t TakeOrientation(QvSession* s) {
+    int32_t orientation = 1;
+    if (s->m_pExifData == nullptr ||
+        MeGetOrientation(s->m_pExifData, s->m_dwExifDataLen, &orientation) != 0)
+        return 1;
+    if (orientation != 1) {
+        MeSetOrientation(s->m_pExifData, s->m_dwExifDataLen, 1);
+        MLogPrint(MLOG_DEBUG, "JNI_CreateEngine orientation = %d", orientation);
+    }
+    return orientation;
+}
+
 }  // namespace
 
 extern "C" QvSession* QvSession_Create(MHAMCM manager) {
@@ -156,9 +176,13 @@ extern "C" VPHandle QvSession_CreateEngine(QvSession* s, const uint8_t* jpeg, in
         MLogPrint(MLOG_DEBUG, "JNI_CreateEngine GetExifInfo res = %d", static_cast<int>(exifRes));
         tagVPImage image{VP_FORMAT_RGB,  4, 8, bitmap.width, bitmap.width * 4, bitmap.height,
                          bitmap.plane[0]};
+        const int32_t orientation = TakeOrientation(s);
         const uint32_t t1 = MGetCurTimeStamp();
         engine = VPCreateDocuviaClient(&image);
         MLogPrint(MLOG_DEBUG, "QvNote performance native VPCreateDocuviaClient cost %d", Since(t1));
+        MdBitmapFree(nullptr, &bitmap);  // the engine has its copy: freed before turning it
+        if (engine && !scrivo::session::ShowAsViewed(engine, orientation))
+            VPReleaseDocuviaClient(&engine);
         try {
             if (engine) s->engines.push_back(engine);
         } catch (...) {  // no memory to remember it: an engine no step would take
@@ -200,7 +224,7 @@ extern "C" int32_t QvSession_GetRectifiedImageSize(QvSession* s, VPHandle engine
     const uint32_t t0 = MGetCurTimeStamp();
     const uint32_t ok = VPGetRectifiedImageSize(engine, quad, &w, &h);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPGetRectifiedImageSize cost %d", Since(t0));
-    if (!ok) return QV_SESSION_FAILED;
+    if (!ok) return RefusedCorners(engine, quad);
     *width = w;
     *height = h;
     s->m_lRectifiedWidth = w;
@@ -222,6 +246,13 @@ extern "C" int32_t QvSession_ReleaseEngine(QvSession* s, VPHandle engine) {
     s->DropExif();
     MLogPrint(MLOG_DEBUG, "ReleaseExifInfo out ---->");
     return QV_SESSION_OK;
+}
+
+extern "C" int32_t QvSession_GetPhotographSize(QvSession* s, VPHandle engine, int32_t* width,
+                                               int32_t* height) {
+    if (!s || !width || !height) return QV_SESSION_BAD_ARGUMENT;
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    return PhotographSize(engine, width, height) ? QV_SESSION_OK : QV_SESSION_FAILED;
 }
 
 extern "C" uint32_t QvSession_GetExifLength(const QvSession* s) {

@@ -104,6 +104,19 @@ bool EnhancedPageSize(VPHandle engine, int32_t* width, int32_t* height);
 /* The whole W x H photograph as a quadrangle: (0,0), (0,H), (W,H), (W,0). */
 bool IsWholePhotograph(const tagVPPoint quad[4], int32_t width, int32_t height);
 
+/* Why the engine refused a quadrangle of its photograph: QV_SESSION_TOO_SMALL
+ * for corners in order (turning one way at every corner), QV_SESSION_FAILED
+ * for corners that bound no page at all. */
+int32_t RefusedCorners(VPHandle engine, const tagVPPoint quad[4]);
+
+/* Turns or mirrors the engine's photograph from the way it is stored to the
+ * way EXIF Orientation `orientation` (1..8) says a viewer shows it; other
+ * values leave it as it is. False when memory ran out. */
+bool ShowAsViewed(VPHandle engine, int32_t orientation);
+
+/* Copies the engine's photograph into a 4-channel record of its size. */
+bool CopyPhotograph(VPHandle engine, tagVPImage* record);
+
 }  // namespace scrivo::session
 
 /* Makes a thumbnail of the page (longer side 160), puts it into the kept

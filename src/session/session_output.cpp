@@ -35,6 +35,7 @@
 
 using scrivo::session::EnhancedPageSize;
 using scrivo::session::RectifiedPageSize;
+using scrivo::session::RefusedCorners;
 using scrivo::session::Since;
 using scrivo::session::StreamCloser;
 
@@ -183,7 +184,7 @@ extern "C" int32_t QvSession_GetRectifiedImage(QvSession* s, VPHandle engine,
     const int32_t rc = LockBitmap(kStep, bitmap, 631, QV_SESSION_NO_BITMAP, &info, &pixels);
     if (rc != QV_SESSION_OK) return rc;
     int32_t w = 0, h = 0;
-    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return QV_SESSION_FAILED;
+    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return RefusedCorners(engine, quad);
     if (!SameSize(info, w, h)) return QV_SESSION_WRONG_SIZE;
     DescribeBitmap(rec.get(), info, pixels);
     tagVPImage* out = rec.get();
@@ -221,6 +222,23 @@ extern "C" int32_t QvSession_GetEnhancedImage(QvSession* s, VPHandle engine, int
     return ok ? QV_SESSION_OK : QV_SESSION_FAILED;
 }
 
+extern "C" int32_t QvSession_GetPhotograph(QvSession* s, VPHandle engine,
+                                           const QvBitmapAccess* bitmap) {
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    int32_t w = 0, h = 0;
+    if (!scrivo::session::PhotographSize(engine, &w, &h)) return QV_SESSION_FAILED;
+    QvBitmapInfo info{};
+    uint8_t* pixels = nullptr;
+    const int32_t rc = LockBitmap("QvSession_GetPhotograph", bitmap, __LINE__, QV_SESSION_NO_BITMAP,
+                                  &info, &pixels);
+    if (rc != QV_SESSION_OK) return rc;
+    if (!SameSize(info, w, h)) return QV_SESSION_WRONG_SIZE;
+    tagVPImage rec{};
+    DescribeBitmap(&rec, info, pixels);
+    return scrivo::session::CopyPhotograph(engine, &rec) ? QV_SESSION_OK : QV_SESSION_FAILED;
+}
+
 extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine,
                                                    const tagVPPoint* points, int32_t count,
                                                    uint8_t** data, int32_t* length) {
@@ -231,7 +249,7 @@ extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine
     if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
     int32_t w = 0, h = 0;
-    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return QV_SESSION_FAILED;
+    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return RefusedCorners(engine, quad);
     std::vector<uint8_t> pixels;
     if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
     tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};

@@ -73,7 +73,7 @@ TEST(Scan, BadInputGetsItsStatusAndNoBytes) {
     EXPECT_EQ(scrivo_scan(small.data(), small.size(), nullptr, &r), SCRIVO_ERR_NULL_POINTER);
     EXPECT_EQ(scrivo_scan(junk.data(), junk.size(), &good, &r), SCRIVO_ERR_NOT_JPEG);
     EXPECT_EQ(scrivo_scan(small.data(), 0, &good, &r), SCRIVO_ERR_NOT_JPEG);
-    EXPECT_EQ(scrivo_scan(tiny.data(), tiny.size(), &good, &r), SCRIVO_ERR_RECTIFY);
+    EXPECT_EQ(scrivo_scan(tiny.data(), tiny.size(), &good, &r), SCRIVO_ERR_TOO_SMALL);
 
     struct Case {
         const char* what;
@@ -99,6 +99,20 @@ TEST(Scan, BadInputGetsItsStatusAndNoBytes) {
              std::copy(q, q + 4, o->corners);
          },
          SCRIVO_ERR_BAD_CORNERS},
+        {"3 x 3",
+         [](scrivo_scan_options* o) {
+             const scrivo_point q[4] = {{10, 10}, {10, 13}, {13, 13}, {13, 10}};
+             o->corners_given = 1;
+             std::copy(q, q + 4, o->corners);
+         },
+         SCRIVO_ERR_TOO_SMALL},
+        {"3 pixels wide",
+         [](scrivo_scan_options* o) {
+             const scrivo_point q[4] = {{10, 2}, {10, 70}, {13, 70}, {13, 2}};
+             o->corners_given = 1;
+             std::copy(q, q + 4, o->corners);
+         },
+         SCRIVO_ERR_TOO_SMALL},
     };
     for (const Case& c : cases) {
         scrivo_scan_options o = good;
@@ -113,7 +127,7 @@ TEST(Scan, BadInputGetsItsStatusAndNoBytes) {
     scrivo_scan_result_free(&r);
 
     std::set<std::string> texts;
-    for (int s = SCRIVO_OK; s <= SCRIVO_ERR_INTERNAL + 1; ++s)
+    for (int s = SCRIVO_OK; s <= SCRIVO_ERR_TOO_SMALL + 1; ++s)
         texts.insert(scrivo_strerror(static_cast<scrivo_status>(s)));
-    EXPECT_EQ(texts.size(), size_t(SCRIVO_ERR_INTERNAL + 2));  // one each, and "unknown"
+    EXPECT_EQ(texts.size(), size_t(SCRIVO_ERR_TOO_SMALL + 2));  // one each, and "unknown"
 }
