@@ -19,6 +19,11 @@
 // page is written through a temporary file. The engine is released on
 // every path by a guard; the session keeps nothing else between files.
 //
+// Coordinates: the session turns the photograph as its EXIF Orientation
+// says, so its size, the corners (given, detected or drawn) and the page are
+// those of the photograph as a viewer shows it; the frame header's size is
+// only the stored one and is not used for them.
+//
 // Auto-rotate: the session's text-direction step answers with the corners
 // that rectify the page upright and the turn they make; the size query,
 // the rectified bitmap and the enhanced page then all agree on the turned
@@ -80,35 +85,6 @@ struct SessionData {
     ~SessionData() { QvSession_FreeData(data); }
 };
 
-// A caller's bitmap that is just a block of memory.
-struct MemoryBitmap {
-    int32_t width;
-    int32_t height;
-    // Not zero-filled: the engine writes every row, so clearing the 48 MB of
-    // a 12-megapixel page first would only add time.
-    std::unique_ptr<uint8_t[]> pixels;
-
-    MemoryBitmap(int32_t w, int32_t h)
-        : width(w),
-          height(h),
-          pixels(std::make_unique_for_overwrite<uint8_t[]>(static_cast<size_t>(w) *
-                                                           static_cast<size_t>(h) * 4)) {}
-
-    static int32_t GetInfo(void*, void* bitmap, QvBitmapInfo* info) {
-        auto* self = static_cast<MemoryBitmap*>(bitmap);
-        info->width = static_cast<uint32_t>(self->width);
-        info->height = static_cast<uint32_t>(self->height);
-        info->stride = static_cast<uint32_t>(self->width) * 4;
-        info->format = QV_BITMAP_FORMAT_RGBA_8888;
-        return 0;
-    }
-    static int32_t LockPixels(void*, void* bitmap, void** pixels) {
-        *pixels = static_cast<MemoryBitmap*>(bitmap)->pixels.get();
-        return 0;
-    }
-    QvBitmapAccess Access() { return QvBitmapAccess{this, nullptr, GetInfo, LockPixels}; }
-};
-
 Quad WholePhotograph(int32_t w, int32_t h) {
     return Quad{{{0, 0}, {0, h}, {w, h}, {w, 0}}};
 }
@@ -133,11 +109,10 @@ bool OpenPhotograph(QvSession* session, const std::string& input, const std::str
     }
     if (!shape.warning.empty())
         Console::Get().Error("scrivo: " + input + ": warning: " + shape.warning);
-    out.width = shape.width;
-    out.height = shape.height;
     guard.engine =
         QvSession_CreateEngine(session, bytes.data(), static_cast<int32_t>(bytes.size()));
-    if (guard.engine == nullptr) {
+    if (guard.engine == nullptr || QvSession_GetPhotographSize(session, guard.engine, &out.width,
+                                                               &out.height) != QV_SESSION_OK) {
         out.error = "cannot decode the JPEG data";
         return false;
     }
@@ -245,14 +220,21 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
     Quad corners = out.corners;
     if (options.autoRotate) corners = UprightCorners(session_, guard.engine, label, watch, out);
 
-    if (QvSession_GetRectifiedImageSize(session_, guard.engine, corners.data(), 4, &out.pageWidth,
-                                        &out.pageHeight) != QV_SESSION_OK) {
-        // The engine sizes any legal quadrangle; the whole photograph is
-        // illegal only when its area is below the legality tolerance.
-        if (options.cornersGiven)
-            out.error = kNotConvex;
-        else if (!out.found)
+    const int32_t sized = QvSession_GetRectifiedImageSize(session_, guard.engine, corners.data(), 4,
+                                                          &out.pageWidth, &out.pageHeight);
+    if (sized != QV_SESSION_OK) {
+        // Given corners were checked for order above, so a refusal of them
+        // is a page too small; the whole photograph is refused only when it
+        // is that small itself.
+        const std::string smallest = std::to_string(VP_SMALLEST_PAGE);
+        if (!options.cornersGiven && !out.found)
             out.error = "image too small";
+        else if (sized == QV_SESSION_TOO_SMALL)
+            out.error = std::string(options.cornersGiven ? "corners" : "detected corners") +
+                        " give a page too small to make (the smallest page is " + smallest + "x" +
+                        smallest + " pixels)";
+        else if (options.cornersGiven)
+            out.error = kNotConvex;
         else
             out.error = "the detected corners cannot be sized";
         return out;
@@ -306,10 +288,11 @@ Outcome Worker::Detect(const std::string& input, const std::string& overlay) {
     std::vector<uint8_t> bytes;
     EngineGuard guard{session_};
     if (!OpenPhotograph(session_, input, label, watch, bytes, guard, out)) return out;
+    bytes = std::vector<uint8_t>();  // the overlay draws on the engine's photograph
     ChooseCorners(session_, guard.engine, nullptr, label, watch, out);
     if (!overlay.empty()) {
-        if (!WriteOverlay(manager_, bytes, out.width, out.height, out.corners, out.found, overlay,
-                          out.error))
+        if (!WriteOverlay(manager_, session_, guard.engine, out.width, out.height, out.corners,
+                          out.found, overlay, out.error))
             return out;
         Console::Get().Timing(label, "overlay", watch.Lap());
     }

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "scrivo/session.h"
@@ -32,6 +33,36 @@ struct Outcome {
     int32_t pageWidth = 0;  // scan: the written page
     int32_t pageHeight = 0;
     int32_t turn = -1;  // --auto-rotate: clockwise degrees turned, -1 direction unknown
+};
+
+// A caller's bitmap that is just a block of memory, for the session steps
+// that write into one (the rectified page, the photograph for the overlay).
+struct MemoryBitmap {
+    int32_t width;
+    int32_t height;
+    // Not zero-filled: the session writes every row, so clearing the 48 MB
+    // of a 12-megapixel page first would only add time. Throws bad_alloc.
+    std::unique_ptr<uint8_t[]> pixels;
+
+    MemoryBitmap(int32_t w, int32_t h)
+        : width(w),
+          height(h),
+          pixels(std::make_unique_for_overwrite<uint8_t[]>(static_cast<size_t>(w) *
+                                                           static_cast<size_t>(h) * 4)) {}
+
+    static int32_t GetInfo(void*, void* bitmap, QvBitmapInfo* info) {
+        auto* self = static_cast<MemoryBitmap*>(bitmap);
+        info->width = static_cast<uint32_t>(self->width);
+        info->height = static_cast<uint32_t>(self->height);
+        info->stride = static_cast<uint32_t>(self->width) * 4;
+        info->format = QV_BITMAP_FORMAT_RGBA_8888;
+        return 0;
+    }
+    static int32_t LockPixels(void*, void* bitmap, void** pixels) {
+        *pixels = static_cast<MemoryBitmap*>(bitmap)->pixels.get();
+        return 0;
+    }
+    QvBitmapAccess Access() { return QvBitmapAccess{this, nullptr, GetInfo, LockPixels}; }
 };
 
 // "none", "color", "document", "grey", "economic" for methods 1..5.

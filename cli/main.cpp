@@ -121,7 +121,7 @@ static int Main(int argc, char** argv) {
         ->check(CLI::IsMember({"none", "color", "document", "grey", "economic"}));
     scan->add_option("--corners", cornersText,
                      "x,y,x,y,x,y,x,y: the page corners top-left, bottom-left, bottom-right, "
-                     "top-right (default: detected)");
+                     "top-right, in the photograph as viewers show it (default: detected)");
     scan->add_option("--quality", quality, "JPEG quality 1..100 (default: the library's)")
         ->check(CLI::Range(1, 100));
     scan->add_flag("--auto-rotate", autoRotate,

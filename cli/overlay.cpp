@@ -1,14 +1,16 @@
 // Overlay picture of the detect command.
 //
-// The photograph is decoded by the codec framework straight into an RGBA
-// buffer of our own (a std::vector, so every exit path frees it), wrapped
-// in a cv::Mat without copying, drawn on with OpenCV and encoded back by
-// the framework. Line thickness and dot size follow the photograph's longer
-// side (about 1/250 of it) so that the quadrangle stays visible when a
+// The photograph is the session's, as viewed (its EXIF Orientation applied,
+// so the corners fall where they were found), copied into an RGBA block of
+// our own (freed on every exit path), wrapped in a cv::Mat without copying,
+// drawn on with OpenCV and encoded by the framework. Line thickness and dot size follow the
+// photograph's longer side (about 1/250 of it) so that the quadrangle stays visible when a
 // 12-megapixel photograph is viewed scaled down. A detected page is drawn
 // in green; the whole-photograph fallback in orange, so that a glance tells
 // the two apart. The picture goes through a temporary file like pages do.
 #include "overlay.h"
+
+#include <memory>
 
 #include <opencv2/imgproc.hpp>
 
@@ -17,13 +19,19 @@
 
 namespace scrivo_cli {
 
-bool WriteOverlay(MHAMCM manager, const std::vector<uint8_t>& jpeg, int32_t width, int32_t height,
-                  const Quad& corners, bool found, const std::string& path, std::string& error) {
-    std::vector<uint8_t> pixels;
+bool WriteOverlay(MHAMCM manager, QvSession* session, VPHandle engine, int32_t width,
+                  int32_t height, const Quad& corners, bool found, const std::string& path,
+                  std::string& error) {
+    std::unique_ptr<MemoryBitmap> photo;
     try {
-        pixels.resize(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
+        photo = std::make_unique<MemoryBitmap>(width, height);
     } catch (const std::bad_alloc&) {
         error = "out of memory for the overlay";
+        return false;
+    }
+    const QvBitmapAccess access = photo->Access();
+    if (QvSession_GetPhotograph(session, engine, &access) != QV_SESSION_OK) {
+        error = "cannot copy the photograph for the overlay";
         return false;
     }
     MBITMAP bitmap{};
@@ -31,14 +39,9 @@ bool WriteOverlay(MHAMCM manager, const std::vector<uint8_t>& jpeg, int32_t widt
     bitmap.width = width;
     bitmap.height = height;
     bitmap.pitch[0] = width * 4;
-    bitmap.plane[0] = pixels.data();
-    if (MCodec_DecodeData(manager, jpeg.data(), static_cast<int32_t>(jpeg.size()), &bitmap) !=
-        MOK) {
-        error = "cannot decode the JPEG data";
-        return false;
-    }
+    bitmap.plane[0] = photo->pixels.get();
     try {
-        cv::Mat image(height, width, CV_8UC4, pixels.data(), static_cast<size_t>(width) * 4);
+        cv::Mat image(height, width, CV_8UC4, bitmap.plane[0], static_cast<size_t>(width) * 4);
         const cv::Scalar colour =
             found ? cv::Scalar(0, 220, 70, 255) : cv::Scalar(255, 140, 0, 255);
         const int thickness = std::max(2, std::max(width, height) / 250);
