@@ -7,7 +7,9 @@
  * page's top-left. Rectifying from the corners in that order straightens
  * the page and turns it upright by quarter turns in one warp, so the size
  * query, the rectified page and the enhanced page all agree on the turned
- * size. The turn is the cyclic shift between the two orders.
+ * size. The engine sizes corners by the way the page lies, so a page turned
+ * a quarter keeps its resolution, width and height swapped. The turn is the
+ * cyclic shift between the two orders.
  *
  * The whole photograph is the exception: the engine takes the whole
  * photograph's corners in any order for the photograph as it is, so a
