@@ -173,13 +173,16 @@ TEST(ExifInterop, ExiftoolReadsInsertedBlockCleanly) {
     if (access("/usr/bin/exiftool", X_OK) != 0) GTEST_SKIP() << "exiftool missing";
     // First a little-endian block grows a fresh JPEG; then a big-endian one
     // whose thumbnail was replaced by a smaller one goes into the result,
-    // which pads the old segment.
+    // which pads the old segment; then one with its EXIF sub-IFD behind the
+    // thumbnail, whose larger new thumbnail goes behind everything.
     Bytes out = EncodeJpeg(123, 77);
     const Bytes thumbs[2] = {EncodeJpeg(40, 30), EncodeJpeg(20, 14, true)};
-    for (bool little : {true, false}) {
-        SCOPED_TRACE(little ? "II" : "MM");
-        const Bytes& thumb = thumbs[little ? 0 : 1];
-        Bytes built = BuildExifBlock({little, 3, true, thumbs[0]});
+    for (int pass = 0; pass < 3; ++pass) {
+        SCOPED_TRACE(pass);
+        const bool little = pass != 1;
+        const Bytes& thumb = thumbs[pass == 1 ? 1 : 0];
+        Bytes built = BuildExifBlock({little, 3, true, thumbs[pass == 2 ? 1 : 0]});
+        if (pass == 2) built = WithExifIfdLast(built, little);
         uint8_t* block = static_cast<uint8_t*>(MMemAlloc(nullptr, built.size()));
         MMemCpy(block, built.data(), built.size());
         uint32_t length = static_cast<uint32_t>(built.size());
