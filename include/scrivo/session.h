@@ -110,8 +110,9 @@ SCRIVO_API QvSession* QvSession_Create(MHAMCM manager);
  * are released too. */
 SCRIVO_API void QvSession_Destroy(QvSession* session);
 /* JPEG quality of the encoded pages: 0 (the default) uses the framework's
- * default save; 1..100 an explicit quality (4:2:0). The EXIF thumbnail is
- * always encoded with the default. */
+ * default save; 1..100 an explicit quality (4:2:0). The EXIF thumbnail does
+ * not follow it: it is made as small as the kept block requires (see
+ * QvSession_SetThumbnailMayGrow). */
 SCRIVO_API void QvSession_SetJpegQuality(QvSession* session, int32_t quality);
 /* Whether a page's EXIF block may grow to hold the page's full thumbnail
  * (non-zero; for a desktop, where bytes are cheap). Off (the default), the

@@ -56,6 +56,8 @@ public final class QuorvexScrivo {
     public static final int RESULT_WRONG_SIZE = 8;
     /** A method other than the ENHANCE_* values. */
     public static final int RESULT_UNKNOWN_METHOD = 9;
+    /** Corners in order that bound a page smaller than the smallest the engine makes (8 x 8). */
+    public static final int RESULT_TOO_SMALL = 11;
 
     static {
         String path = System.getProperty(LIBRARY_PATH_PROPERTY);
@@ -93,13 +95,13 @@ public final class QuorvexScrivo {
 
     /**
      * The page's size for these corners: RESULT_OK (size written), RESULT_FAILED (the corners
-     * bound no page), RESULT_BAD_ARGUMENT, RESULT_UNKNOWN_ENGINE.
+     * bound no page), RESULT_TOO_SMALL, RESULT_BAD_ARGUMENT, RESULT_UNKNOWN_ENGINE.
      */
     public static native int native_GetRectifiedImageSize(int handle, Object[] points, Object size);
 
     /**
      * Rectifies into a bitmap of the page's size for these corners: RESULT_OK, RESULT_FAILED,
-     * RESULT_BAD_ARGUMENT (also for three points), RESULT_NO_BITMAP, RESULT_UNKNOWN_ENGINE,
+     * RESULT_TOO_SMALL, RESULT_BAD_ARGUMENT (also for three points), RESULT_NO_BITMAP, RESULT_UNKNOWN_ENGINE,
      * RESULT_WRONG_SIZE, or the bitmap interface's negative code.
      */
     public static native int native_GetRectifiedImage(int handle, Object[] points, Object bitmap);
