@@ -110,9 +110,10 @@ MRESULT ErrorCodeFor(int msgCode) {
         case JERR_NOT_COMPILED:
         case JERR_BAD_PRECISION:
         case JERR_ARITH_NOTIMPL:
-        case JERR_IMAGE_TOO_BIG:
-        case JERR_WIDTH_OVERFLOW:
             return MD_CERR_UNSUPPORTED;
+        case JERR_IMAGE_TOO_BIG:  // a side over 65500, refused while the header is read
+        case JERR_WIDTH_OVERFLOW:
+            return MD_ERR_IMAGE_TOO_LARGE;
         default:
             return MD_CERR_GENERAL;
     }

@@ -51,15 +51,19 @@ std::vector<uint8_t> CompressCmyk(int w, int h) {
 }  // namespace
 
 TEST(CodecReasons, TooLargeAndCmykHaveTheirOwnResults) {
-    auto bomb = Compress(Picture(16, 16), 16, 16, {});
-    for (size_t i = 2; i + 8 < bomb.size(); ++i) {
-        if (bomb[i] == 0xFF && bomb[i + 1] == 0xC0) {  // frame header: 60000 x 60000
-            bomb[i + 5] = bomb[i + 7] = 0xEA;
-            bomb[i + 6] = bomb[i + 8] = 0x60;
-            break;
+    // Frame headers of 60000 x 60000 (over the pixel limit) and 65535 x 65535
+    // (over libjpeg's side limit too) on a small photograph's data.
+    for (const int side : {60000, 65535}) {
+        auto bomb = Compress(Picture(16, 16), 16, 16, {});
+        for (size_t i = 2; i + 8 < bomb.size(); ++i) {
+            if (bomb[i] == 0xFF && bomb[i + 1] == 0xC0) {
+                bomb[i + 5] = bomb[i + 7] = static_cast<uint8_t>(side >> 8);
+                bomb[i + 6] = bomb[i + 8] = static_cast<uint8_t>(side & 0xFF);
+                break;
+            }
         }
+        EXPECT_EQ(Load(bomb), MRESULT{MD_ERR_IMAGE_TOO_LARGE}) << side;
     }
-    EXPECT_EQ(Load(bomb), MRESULT{MD_ERR_IMAGE_TOO_LARGE});
     EXPECT_EQ(Load(CompressCmyk(32, 16)), MRESULT{MD_ERR_CMYK_UNSUPPORTED});
     Manager mgr;
     auto cmyk = CompressCmyk(8, 8);
