@@ -14,6 +14,7 @@
 // before any thread exists, so that every thread inherits the blocked mask.
 // `-o -` sends the page to standard output, and the result line then goes
 // to standard error so the page's bytes stay clean.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -84,6 +85,16 @@ uint64_t ParseMemory(const std::string& text) {
         return 0;
     if (text[0] == '-' || value == 0 || value > (~0ull >> shift)) return 0;
     return static_cast<uint64_t>(value) << shift;
+}
+
+// The page goes to standard output: "-", or a name for what fd 1 is
+// (/dev/stdout, a FIFO or file the shell redirected to).
+bool IsStandardOutput(const std::string& output) {
+    struct stat target {
+    }, out{};
+    return output == "-" ||
+           (!output.empty() && stat(output.c_str(), &target) == 0 && fstat(1, &out) == 0 &&
+            target.st_dev == out.st_dev && target.st_ino == out.st_ino);
 }
 
 int32_t MethodFromName(const std::string& name) {
@@ -181,10 +192,9 @@ static int Main(int argc, char** argv) {
             console.Error("scrivo: " + plan.setupError);
             return kExitSomeFailed;
         }
-        if (output == "-") {
-            if (isatty(1) == 1) return UsageError("-o - would write the page to a terminal");
-            console.ResultsToStandardError();
-        }
+        if (output == "-" && isatty(1) == 1)
+            return UsageError("-o - would write the page to a terminal");
+        if (IsStandardOutput(output)) console.ResultsToStandardError();
         const BatchResult result = RunScan(plan, options, threads, memory);
         if (plan.batch) {
             const double seconds =

@@ -96,6 +96,9 @@ TEST_F(ScrivoFiles, OutputTargetsAreWrittenAsWhatTheyAre) {
     EXPECT_EQ(piped.code, 0) << piped.err;
     EXPECT_TRUE(IsJpeg(piped.out));  // the page alone: the result line is on stderr
     EXPECT_NE(piped.err.find("in/a.jpg -> -"), std::string::npos) << piped.err;
+    const Result named = Scrivo("scan in/a.jpg --enhance none -o /dev/stdout");
+    EXPECT_TRUE(IsJpeg(named.out)) << named.err;  // the file fd 1 is, not the device link
+    EXPECT_TRUE(fs::is_symlink("/dev/stdout"));
 
     fs::create_symlink("real.jpg", dir_ / "link.jpg");
     fs::create_symlink("/dev/null", dir_ / "null.jpg");
