@@ -106,7 +106,6 @@ std::string NotAFile(const fs::directory_entry& entry) {
 
 std::string OutputFolderProblem(const std::string& output) {
     std::error_code ec;
-    if (fs::exists(output, ec) && !fs::is_directory(output, ec)) return "";
     fs::create_directories(output, ec);
     if (ec) return "cannot create the folder " + output + ": " + ec.message();
     if (access(output.c_str(), W_OK | X_OK) != 0)

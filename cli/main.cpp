@@ -203,6 +203,9 @@ static int Main(int argc, char** argv) {
         }
         exitCode = result.failed > 0 ? kExitSomeFailed : kExitOk;
     } else if (detect->parsed()) {
+        if (overlay == "-" && isatty(1) == 1)
+            return UsageError("--overlay - would write the picture to a terminal");
+        if (IsStandardOutput(overlay)) console.ResultsToStandardError();
         Outcome outcome;
         if (!overlay.empty() && SameFile(overlay, detectInput)) {
             outcome.error = "the overlay " + overlay + " would overwrite the input";

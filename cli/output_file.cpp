@@ -173,10 +173,7 @@ bool WriteOutput(const std::string& path, const uint8_t* data, size_t size, std:
     if (!EnsureParentFolder(target, &error)) return false;
     const std::string temporary =
         target + "." + std::to_string(static_cast<long>(getpid())) + ".part";
-    if (!RegisterTemporary(temporary)) {
-        error = "interrupted";
-        return false;
-    }
+    RegisterTemporary(temporary);
     Fd out(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     int saved = errno;
     bool ok = out.fd >= 0 && WriteAll(out.fd, data, size, saved);

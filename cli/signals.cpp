@@ -28,7 +28,6 @@ namespace {
 
 std::mutex g_mutex;
 std::set<std::string> g_temporaries;
-bool g_stopping = false;
 
 sigset_t StopSignals() {
     sigset_t set;
@@ -44,7 +43,6 @@ void Watch() {
     while (sigwait(&set, &signal) != 0) {
     }
     g_mutex.lock();  // held until the process ends: nothing new gets created
-    g_stopping = true;
     for (const std::string& path : g_temporaries) unlink(path.c_str());
     Console::Get().Interrupted(signal == SIGINT ? "SIGINT" : "SIGTERM");
     _exit(128 + signal);
@@ -53,16 +51,17 @@ void Watch() {
 }  // namespace
 
 void InstallSignalHandling() {
+    // A reader that goes away (`scrivo scan -o - | head -c 4`) is a write
+    // error like any other, reported and cleaned up, not a silent death.
+    signal(SIGPIPE, SIG_IGN);
     const sigset_t set = StopSignals();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     std::thread(Watch).detach();
 }
 
-bool RegisterTemporary(const std::string& path) {
+void RegisterTemporary(const std::string& path) {
     std::lock_guard<std::mutex> lock(g_mutex);
-    if (g_stopping) return false;
     g_temporaries.insert(path);
-    return true;
 }
 
 void ForgetTemporary(const std::string& path) {

@@ -8,14 +8,15 @@
 
 namespace scrivo_cli {
 
-// Blocks SIGINT and SIGTERM in the calling thread (and so in every thread
+// Ignores SIGPIPE, blocks SIGINT and SIGTERM in the calling thread (and so in every thread
 // it starts afterwards) and starts the one thread that waits for them. Call
 // first thing in main, before any other thread exists.
 void InstallSignalHandling();
 
-// A temporary file about to be created. False once the run is being
-// interrupted: the caller must not create it then.
-bool RegisterTemporary(const std::string& path);
+// A temporary file about to be created. Once the run is being interrupted
+// this never returns (the process ends), so nothing is created after the
+// temporaries were removed.
+void RegisterTemporary(const std::string& path);
 // The temporary was renamed or removed.
 void ForgetTemporary(const std::string& path);
 

@@ -240,6 +240,14 @@ class Campaign:
         self.write("t/in.jpg", base)
         scan = ["scan", "t/in.jpg", "--enhance", "none"]
         self.check("target-stdout", scan + ["-o", "-"], [0], "", page_on_stdout=True)
+        # A page larger than a pipe holds, to a reader that leaves after two bytes.
+        gone = subprocess.run(["bash", "-c", '"$0" scan "$1" --enhance none -o - | head -c 2'
+                               ' >/dev/null; exit ${PIPESTATUS[0]}', self.tool, self.sample],
+                              cwd=self.work,
+                              stderr=subprocess.PIPE, timeout=self.timeout)
+        self.report("target-reader-gone", gone.returncode,
+                    [] if gone.returncode == 1 and b"Broken pipe" in gone.stderr
+                    else ["wanted exit 1 and 'Broken pipe'"])
         os.symlink("real.jpg", self.path("t/link.jpg"))
         self.check("target-symlink", scan + ["-o", "t/link.jpg"], [0], "", ["t/real.jpg"])
         if not os.path.islink(self.path("t/link.jpg")):
