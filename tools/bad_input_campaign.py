@@ -20,6 +20,7 @@ import os
 import random
 import shutil
 import signal
+import stat
 import struct
 import subprocess
 import sys
@@ -310,10 +311,9 @@ class Campaign:
 
     def interrupts(self):
         count = 4 if self.quick else 8
+        os.makedirs(self.path("batch"))
         for i in range(count):
-            shutil.copy(self.sample, self.path("batch/p%d.jpg" % i) if os.path.isdir(
-                self.path("batch")) else (os.makedirs(self.path("batch")) or
-                                          self.path("batch/p%d.jpg" % i)))
+            shutil.copy(self.sample, self.path("batch/p%d.jpg" % i))
         for sig, code in [(signal.SIGINT, 130), (signal.SIGTERM, 143)][:1 if self.quick else 2]:
             outs = ["out/batch/p%d.page.jpg" % i for i in range(count)]
             self.check("interrupt-" + signal.Signals(sig).name, ["scan", "batch", "-o",
@@ -340,7 +340,6 @@ class Campaign:
 
 
 def stat_is_fifo(path):
-    import stat
     return stat.S_ISFIFO(os.lstat(path).st_mode)
 
 
