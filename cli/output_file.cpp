@@ -104,6 +104,12 @@ void SyncFolderOf(const std::string& path) {
     if (dir.fd >= 0) fsync(dir.fd);
 }
 
+// "<target>.<pid>.part", beside the target so that the rename stays on
+// one file system.
+std::string PartNameFor(const std::string& target) {
+    return target + "." + std::to_string(static_cast<long>(getpid())) + ".part";
+}
+
 void RemoveTemporary(const std::string& temporary) {
     unlink(temporary.c_str());
     ForgetTemporary(temporary);
@@ -129,7 +135,7 @@ std::string TemporaryNameFor(const std::string& path) {
                                                   std::to_string(counter++) + ".part"))
                         .string();
     } else {
-        temporary = FinalTarget(path) + "." + std::to_string(static_cast<long>(getpid())) + ".part";
+        temporary = PartNameFor(FinalTarget(path));
     }
     RegisterTemporary(temporary);
     return temporary;
@@ -171,8 +177,7 @@ bool WriteOutput(const std::string& path, const uint8_t* data, size_t size, std:
         return WriteDirectly(path, data, size, error);
     const std::string target = FinalTarget(path);
     if (!EnsureParentFolder(target, &error)) return false;
-    const std::string temporary =
-        target + "." + std::to_string(static_cast<long>(getpid())) + ".part";
+    const std::string temporary = PartNameFor(target);
     RegisterTemporary(temporary);
     Fd out(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     int saved = errno;
