@@ -15,10 +15,6 @@ constexpr uint32_t kOldGray = 29; /* new 0x64000000: one byte a pixel */
 constexpr uint32_t kOldI420 = 15; /* new 0x50000811 */
 constexpr uint32_t kOldNV21 = 0x70001002u;
 
-/* Largest image the decoder accepts, in pixels: larger declared sizes are
- * refused before anything is allocated. */
-constexpr uint64_t kMaxDecodePixels = uint64_t{1} << 28;
-
 /* Scaled extent of [lo, hi) at denominator d: ceil(hi / d) - floor(lo / d). */
 inline int32_t ScaledExtent(int32_t lo, int32_t hi, int32_t d) {
     return (hi + d - 1) / d - lo / d;
