@@ -15,61 +15,33 @@
 #include <string>
 #include <vector>
 
+#include "cli/tool_test.h"
 #include "scrivo/codec.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Result {
-    int code = -1;
-    std::string out, err;
-};
-
-std::string Slurp(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+using namespace tooltest;
 
 bool IsJpeg(const std::string& b) {
     return b.size() > 4 && b.compare(0, 2, "\xFF\xD8") == 0 &&
            b.compare(b.size() - 2, 2, "\xFF\xD9") == 0;
 }
 
-class ScrivoFiles : public ::testing::Test {
+class ScrivoFiles : public ToolTest {
   protected:
     void SetUp() override {
-        tool_ = fs::read_symlink("/proc/self/exe").parent_path() / "scrivo";
-        if (!fs::exists(tool_)) GTEST_SKIP() << "no scrivo binary next to the tests";
-        dir_ = fs::temp_directory_path() /
-               ("scrivo_files_" + std::to_string(getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir_);
+        ToolTest::SetUp();
+        if (IsSkipped()) return;
         fs::create_directories(dir_ / "in");
         photo_ = MakeJpeg(160, 120);
         Spit("in/a.jpg", photo_);
     }
-    void TearDown() override {
-        if (!dir_.empty()) fs::remove_all(dir_);
-    }
-
     void Spit(const std::string& name, const std::string& bytes) {
-        std::ofstream(dir_ / name, std::ios::binary) << bytes;
+        tooltest::Spit(dir_ / name, bytes);
     }
-
-    // Runs the tool in the test folder, killed after 20 s so a hang fails.
-    Result Scrivo(const std::string& args) {
-        const std::string command = "cd '" + dir_.string() + "' && timeout 20 '" + tool_.string() +
-                                    "' " + args + " >stdout.bin 2>stderr.txt";
-        const int status = std::system(command.c_str());
-        Result r{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(dir_ / "stdout.bin"),
-                 Slurp(dir_ / "stderr.txt")};
-        fs::remove(dir_ / "stdout.bin");
-        fs::remove(dir_ / "stderr.txt");
-        for (const auto& e : fs::recursive_directory_iterator(dir_))
-            EXPECT_NE(e.path().extension(), ".part") << "left behind: " << e.path();
-        return r;
-    }
+    Result Scrivo(const std::string& args) { return ToolTest::Scrivo(args, 20); }
 
     static std::string MakeJpeg(int w, int h) {
         MHAMCM manager = nullptr;
@@ -87,7 +59,6 @@ class ScrivoFiles : public ::testing::Test {
         return bytes;
     }
 
-    fs::path tool_, dir_;
     std::string photo_;
 };
 

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "cli/tool_test.h"
 #include "session/orientation_photos.h"
 
 namespace fs = std::filesystem;
@@ -20,26 +21,10 @@ using namespace orientationtest;
 
 namespace {
 
-struct Result {
-    int code = -1;
-    std::string out, err;
-};
+using tooltest::Result;
 
-class ScrivoOrientation : public ::testing::Test {
+class ScrivoOrientation : public tooltest::ToolTest {
   protected:
-    void SetUp() override {
-        tool_ = fs::read_symlink("/proc/self/exe").parent_path() / "scrivo";
-        if (!fs::exists(tool_)) GTEST_SKIP() << "no scrivo binary next to the tests";
-        dir_ = fs::temp_directory_path() /
-               ("scrivo_orientation_" + std::to_string(getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    void TearDown() override {
-        if (!dir_.empty()) fs::remove_all(dir_);
-    }
-
     Bytes Read(const std::string& name) {
         std::ifstream in(dir_ / name, std::ios::binary);
         return Bytes(std::istreambuf_iterator<char>(in), {});
@@ -47,14 +32,6 @@ class ScrivoOrientation : public ::testing::Test {
     void Write(const std::string& name, const Bytes& bytes) {
         std::ofstream(dir_ / name, std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    }
-    Result Scrivo(const std::string& args) {
-        const std::string command = "cd '" + dir_.string() + "' && timeout 60 '" + tool_.string() +
-                                    "' " + args + " >stdout.txt 2>stderr.txt";
-        const int status = std::system(command.c_str());
-        const Bytes out = Read("stdout.txt"), err = Read("stderr.txt");
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, std::string(out.begin(), out.end()),
-                std::string(err.begin(), err.end())};
     }
     // The decoded picture of a written file (empty when it does not decode).
     MBITMAP Decoded(const std::string& name) {
@@ -66,7 +43,6 @@ class ScrivoOrientation : public ::testing::Test {
     }
 
     capturetest::Manager m_;
-    fs::path tool_, dir_;
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/tool_test.h"
 #include "scrivo/codec.h"
 #include "vision/textdir/text_pages.h"
 
@@ -22,50 +23,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Result {
-    int code = -1;
-    std::string out, err;
-};
+using namespace tooltest;
 
-std::string Slurp(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void Spit(const fs::path& p, const std::string& bytes) {
-    std::ofstream(p, std::ios::binary) << bytes;
-}
-
-class ScrivoCli : public ::testing::Test {
+class ScrivoCli : public ToolTest {
   protected:
-    void SetUp() override {
-        tool_ = fs::read_symlink("/proc/self/exe").parent_path() / "scrivo";
-        if (!fs::exists(tool_)) GTEST_SKIP() << "no scrivo binary next to the tests";
-        dir_ = fs::temp_directory_path() /
-               ("scrivo_cli_" + std::to_string(getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    void TearDown() override {
-        if (!dir_.empty()) fs::remove_all(dir_);
-    }
-
-    Result Scrivo(const std::string& args) {
-        const std::string out = (dir_ / "stdout.txt").string(),
-                          err = (dir_ / "stderr.txt").string();
-        const std::string command = "cd '" + dir_.string() + "' && '" + tool_.string() + "' " +
-                                    args + " >'" + out + "' 2>'" + err + "'";
-        const int status = std::system(command.c_str());
-        Result r;
-        r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        r.out = Slurp(out);
-        r.err = Slurp(err);
-        fs::remove(out);
-        fs::remove(err);
-        return r;
-    }
-
     // A light page on a dark table, encoded by the library.
     std::string MakeJpeg(int w, int h) {
         MHAMCM manager = nullptr;
@@ -123,8 +84,6 @@ class ScrivoCli : public ::testing::Test {
         AMCM_Destroy(manager);
         return size;
     }
-
-    fs::path tool_, dir_;
 };
 
 TEST_F(ScrivoCli, ScanWritesThePageAndNeverTheInput) {
