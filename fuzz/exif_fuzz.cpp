@@ -1,7 +1,7 @@
 // Fuzzes the EXIF reader and the block editors on arbitrary bytes: the bytes
 // as a JPEG stream for MExif_InitFromStream, and both the bytes themselves
 // and the block the reader found as EXIF blocks for thumbnail extraction,
-// image-size patching and thumbnail replacement. Blocks are copied into
+// image-size patching, orientation, thumbnail replacement and removal. Blocks are copied into
 // exact-size heap buffers so that any overread is caught.
 #include <cstdint>
 #include <cstring>
@@ -22,8 +22,13 @@ void EditBlock(const uint8_t* data, size_t size) {
         MeFreeThumbnailData(thumb);
     }
     MeReplaceImageSize(block, length, 4000, 70000);
+    int32_t orientation = 0;
+    if (MeGetOrientation(block, length, &orientation) == MOK && orientation != 1) {
+        MeSetOrientation(block, length, 1);
+    }
     static const uint8_t kThumb[] = {0xFF, 0xD8, 0x01, 0x02, 0x03, 0xFF, 0xD9};
     MeReplaceThumbnailInExif(&block, &length, kThumb, sizeof kThumb);
+    MeRemoveThumbnailFromExif(&block, &length);
     MeReplaceThumbnailInExif(&block, &length, nullptr, 0);
     MeFreeExifData(block);
 }
