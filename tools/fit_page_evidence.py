@@ -69,8 +69,8 @@ AREA = 18
 AREA_WEIGHT = float(os.environ.get("AREA_WEIGHT", "4"))
 
 
-def load(spec):
-    path, folder = spec.split(":", 1)
+def load(pair):
+    path, folder = pair.split(":", 1)
     truth = {r["file"]: r for r in json.load(open(os.path.join(folder, "truth.json")))["images"]}
     photos = []
     for line in open(path):
@@ -276,13 +276,13 @@ def main(argv):
     if not train:
         print(__doc__)
         return 2
-    sets = [(spec, load(spec)) for spec in train]
+    sets = [(pair, load(pair)) for pair in train]
     photos = [p for _, ps in sets for p in ps]
     ranker = fit_ranking(photos)
-    for spec, ps in sets:
-        report(spec.split(":")[0], ps, ranker)
-    for spec in check:
-        report("check " + spec.split(":")[0], load(spec), ranker)
+    for pair, ps in sets:
+        report(pair.split(":")[0], ps, ranker)
+    for pair in check:
+        report("check " + pair.split(":")[0], load(pair), ranker)
     if header:
         write_header(header, ranker)
     return 0
