@@ -17,6 +17,7 @@
 
 #include "cli/tool_test.h"
 #include "scrivo/codec.h"
+#include "support/library_jpeg.h"
 
 namespace fs = std::filesystem;
 
@@ -44,19 +45,9 @@ class ScrivoFiles : public ToolTest {
     Result Scrivo(const std::string& args) { return ToolTest::Scrivo(args, 20); }
 
     static std::string MakeJpeg(int w, int h) {
-        MHAMCM manager = nullptr;
-        AMCM_Create(nullptr, &manager);
-        MdRegisterJpegComponents(manager);
         std::vector<uint8_t> rgba(static_cast<size_t>(w) * h * 4, 40);
         for (size_t i = 0; i < rgba.size(); i += 4) rgba[i] = static_cast<uint8_t>(i / 4 % w);
-        MBITMAP bitmap{MPAF_RGBA8888, w, h, {w * 4, 0, 0}, {rgba.data(), nullptr, nullptr}};
-        void* data = nullptr;
-        int32_t size = 0;
-        MCodec_EncodeData(manager, &bitmap, 90, &data, &size);
-        std::string bytes(static_cast<const char*>(data), static_cast<size_t>(size));
-        MMemFree(nullptr, data);
-        AMCM_Destroy(manager);
-        return bytes;
+        return testsupport::LibraryJpeg(rgba.data(), w, h, w * 4);
     }
 
     std::string photo_;

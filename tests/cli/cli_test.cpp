@@ -17,6 +17,7 @@
 
 #include "cli/tool_test.h"
 #include "scrivo/codec.h"
+#include "support/library_jpeg.h"
 #include "vision/textdir/text_pages.h"
 
 namespace fs = std::filesystem;
@@ -29,42 +30,19 @@ class ScrivoCli : public ToolTest {
   protected:
     // A light page on a dark table, encoded by the library.
     std::string MakeJpeg(int w, int h) {
-        MHAMCM manager = nullptr;
-        EXPECT_EQ(AMCM_Create(nullptr, &manager), 0u);
-        EXPECT_EQ(MdRegisterJpegComponents(manager), 0u);
         std::vector<uint8_t> rgba(static_cast<size_t>(w) * h * 4, 40);
         for (int y = h / 5; y < h * 4 / 5; ++y)
             for (int x = w / 4; x < w * 3 / 4; ++x)
                 for (int c = 0; c < 3; ++c) rgba[(static_cast<size_t>(y) * w + x) * 4 + c] = 230;
-        MBITMAP bitmap{MPAF_RGBA8888, w, h, {w * 4, 0, 0}, {rgba.data(), nullptr, nullptr}};
-        void* data = nullptr;
-        int32_t size = 0;
-        EXPECT_EQ(MCodec_EncodeData(manager, &bitmap, 90, &data, &size), 0u);
-        std::string bytes(static_cast<const char*>(data), static_cast<size_t>(size));
-        MMemFree(nullptr, data);
-        AMCM_Destroy(manager);
-        return bytes;
+        return testsupport::LibraryJpeg(rgba.data(), w, h, w * 4);
     }
 
     // An image (BGR) as JPEG bytes, encoded by the library.
     std::string EncodeJpeg(const cv::Mat& bgr) {
         cv::Mat rgba;
         cv::cvtColor(bgr, rgba, cv::COLOR_BGR2RGBA);
-        MHAMCM manager = nullptr;
-        EXPECT_EQ(AMCM_Create(nullptr, &manager), 0u);
-        EXPECT_EQ(MdRegisterJpegComponents(manager), 0u);
-        MBITMAP bitmap{MPAF_RGBA8888,
-                       rgba.cols,
-                       rgba.rows,
-                       {static_cast<int32_t>(rgba.step), 0, 0},
-                       {rgba.data, nullptr, nullptr}};
-        void* data = nullptr;
-        int32_t size = 0;
-        EXPECT_EQ(MCodec_EncodeData(manager, &bitmap, 92, &data, &size), 0u);
-        std::string bytes(static_cast<const char*>(data), static_cast<size_t>(size));
-        MMemFree(nullptr, data);
-        AMCM_Destroy(manager);
-        return bytes;
+        return testsupport::LibraryJpeg(rgba.data, rgba.cols, rgba.rows,
+                                        static_cast<int32_t>(rgba.step), 92);
     }
 
     // Width and height of a JPEG file.

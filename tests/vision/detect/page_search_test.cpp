@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "scrivo/codec.h"
+#include "support/library_jpeg.h"
 #include "vision/detect/detector.h"
 #include "vision/detect/detector_internal.h"
 #include "vision/detect/page_find.h"
@@ -57,25 +58,18 @@ cv::Mat AsCaptured(const cv::Mat& rgb) {
     wide.convertTo(noisy, CV_8UC3);
     cv::Mat rgba;
     cv::cvtColor(noisy, rgba, cv::COLOR_RGB2RGBA);
+    const std::string jpeg =
+        testsupport::LibraryJpeg(rgba.data, rgba.cols, rgba.rows, static_cast<int32_t>(rgba.step));
     MHAMCM manager = nullptr;
     EXPECT_EQ(AMCM_Create(nullptr, &manager), 0u);
     EXPECT_EQ(MdRegisterJpegComponents(manager), 0u);
-    MBITMAP in{MPAF_RGBA8888,
-               rgba.cols,
-               rgba.rows,
-               {static_cast<int32_t>(rgba.step), 0, 0},
-               {rgba.data, nullptr, nullptr}};
-    void* data = nullptr;
-    int32_t size = 0;
-    EXPECT_EQ(MCodec_EncodeData(manager, &in, 90, &data, &size), 0u);
     MBITMAP out{};
     out.pixelFormat = MPAF_RGBA8888;
-    EXPECT_EQ(MCodec_DecodeData(manager, data, size, &out), 0u);
+    EXPECT_EQ(MCodec_DecodeData(manager, jpeg.data(), static_cast<int32_t>(jpeg.size()), &out), 0u);
     cv::Mat decoded;
     cv::cvtColor(cv::Mat(out.height, out.width, CV_8UC4, out.plane[0], out.pitch[0]), decoded,
                  cv::COLOR_RGBA2RGB);
     MdBitmapFree(nullptr, &out);
-    MMemFree(nullptr, data);
     AMCM_Destroy(manager);
     return decoded;
 }
