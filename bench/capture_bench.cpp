@@ -52,6 +52,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "peak_memory.h"
 #include "scrivo/parallel.h"
 #include "scrivo/session.h"
 
@@ -256,42 +257,6 @@ size_t Textbook(const Bytes& jpeg, int32_t method) {
     return bytes.size();
 }
 
-long StatusKiB(const char* field) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    const size_t n = std::strlen(field);
-    while (std::getline(status, line))
-        if (line.compare(0, n, field) == 0) return std::stol(line.substr(n + 1));
-    return -1;
-}
-
-// {peak, peak above the start} in MB of one run of `capture` in a forked
-// child; {-1, -1} when it could not be measured.
-std::pair<double, double> PeakMB(const std::function<size_t()>& capture) {
-    int fds[2];
-    if (pipe(fds) != 0) return {-1, -1};
-    const pid_t child = fork();
-    if (child == 0) {
-        close(fds[0]);
-        if (FILE* f = std::fopen("/proc/self/clear_refs", "w")) {
-            std::fputs("5", f);
-            std::fclose(f);
-        }
-        long r[3];
-        r[1] = StatusKiB("VmRSS:");
-        r[0] = long(capture());
-        r[2] = StatusKiB("VmHWM:");
-        _exit(write(fds[1], r, sizeof r) == ssize_t(sizeof r) ? 0 : 1);
-    }
-    close(fds[1]);
-    long r[3] = {0, 0, 0};
-    const ssize_t got = child > 0 ? read(fds[0], r, sizeof r) : -1;
-    close(fds[0]);
-    if (child > 0) waitpid(child, nullptr, 0);
-    if (got != ssize_t(sizeof r) || r[0] <= 0) return {-1, -1};
-    return {double(r[2]) * 1024 / 1e6, double(r[2] - r[1]) * 1024 / 1e6};
-}
-
 struct Peaks {
     std::pair<double, double> ours, textbook;
 };
@@ -299,8 +264,9 @@ struct Peaks {
 const Peaks& PeaksOf(MHAMCM m, int32_t method) {
     static std::map<int32_t, Peaks> peaks;
     if (!peaks.count(method))
-        peaks[method] = {PeakMB([&] { return Ours(m, Photograph(), method, nullptr); }),
-                         PeakMB([&] { return Textbook(Photograph(), method); })};
+        peaks[method] = {
+            benchsupport::PeakMB([&] { return Ours(m, Photograph(), method, nullptr); }),
+            benchsupport::PeakMB([&] { return Textbook(Photograph(), method); })};
     return peaks[method];
 }
 

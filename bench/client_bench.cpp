@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "peak_memory.h"
 #include "scrivo/engine.h"
 
 namespace {
@@ -50,55 +51,22 @@ int RunPath() {
     return ok;
 }
 
-long StatusKiB(const char* field) {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    const size_t n = std::strlen(field);
-    while (std::getline(status, line)) {
-        if (line.compare(0, n, field) == 0) return std::stol(line.substr(n + 1));
-    }
-    return -1;
-}
-
 void ClientPath12MPTime(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(RunPath());
 }
 BENCHMARK(ClientPath12MPTime)->Unit(benchmark::kMillisecond);
 
 void ClientPath12MPPeakMemory(benchmark::State& state) {
-    long result[3] = {0, -1, -1};  // rectified, baseline KiB, peak KiB
+    std::pair<double, double> peak{-1, -1};
     for (auto _ : state) {
-        int fds[2];
-        if (pipe(fds) != 0) {
-            state.SkipWithError("pipe failed");
-            break;
-        }
-        const pid_t child = fork();
-        if (child == 0) {
-            close(fds[0]);
-            if (FILE* f = std::fopen("/proc/self/clear_refs", "w")) {
-                std::fputs("5", f);
-                std::fclose(f);
-            }
-            long r[3];
-            r[1] = StatusKiB("VmRSS:");
-            r[0] = RunPath();
-            r[2] = StatusKiB("VmHWM:");
-            ssize_t written = write(fds[1], r, sizeof r);
-            _exit(written == ssize_t(sizeof r) ? 0 : 1);
-        }
-        close(fds[1]);
-        const ssize_t got = child > 0 ? read(fds[0], result, sizeof result) : -1;
-        close(fds[0]);
-        if (child > 0) waitpid(child, nullptr, 0);
-        if (got != ssize_t(sizeof result) || result[0] != 1) {
+        peak = benchsupport::PeakMB([] { return long(RunPath()); });
+        if (peak.first < 0) {
             state.SkipWithError("measurement failed");
             break;
         }
     }
-    const double mb = 1024.0 / 1e6;
-    state.counters["peak_MB"] = double(result[2]) * mb;
-    state.counters["path_MB"] = double(result[2] - result[1]) * mb;
+    state.counters["peak_MB"] = peak.first;
+    state.counters["path_MB"] = peak.second;
     state.counters["limit_MB"] = 3.0 * kWidth * kHeight * 4 / 1e6;
 }
 BENCHMARK(ClientPath12MPPeakMemory)->Iterations(1)->Unit(benchmark::kMillisecond);
