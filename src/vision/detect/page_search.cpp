@@ -46,6 +46,9 @@ constexpr size_t kLineCandidates = 300;
 constexpr double kMendPoor = 0.3;
 constexpr double kMendRich = 0.7;
 constexpr double kMendPixels = 3.0;
+// Mending only breaks a near tie: the mended candidate scores at most this
+// much (log odds) below the winner.
+constexpr double kMendMargin = 1.0;
 // A region's side snaps to a line within this many evidence pixels.
 constexpr double kSnapPixels = 6.0;
 // A nested page (PreferNestedPage): paper in at most this share of the ring
@@ -147,7 +150,10 @@ bool SharesAllBut(const Quad2d& a, const Quad2d& b, int s) {
 // A page has paper inside every side. When the winner has one side with
 // hardly any (a line of the table beyond the page taken for its border)
 // while the others have plenty, the candidate with the same other sides and
-// paper inside that one takes its place, the best scored such.
+// paper inside that one takes its place, the best scored such -- but only
+// when the page model nearly agrees (kMendMargin): a band of shadowed paper
+// inside a page's true side has no paper colour either, and there the model
+// rightly prefers the whole page by a wide margin.
 int MendSides(const std::vector<PageCandidate>& c, const std::vector<PageEvidence>& e, int best) {
     for (int round = 0; round < 4; ++round) {
         int bad = -1, good = 0;
@@ -165,6 +171,7 @@ int MendSides(const std::vector<PageCandidate>& c, const std::vector<PageEvidenc
             const SideEvidence& d = e[k].side[bad];
             if (d.inside < 0.5 || d.paperIn < kMendRich || d.edge < 0.5) continue;
             if (!SharesAllBut(c[best].corners, c[k].corners, bad)) continue;
+            if (c[k].evidence < c[best].evidence - kMendMargin) continue;
             if (pick < 0 || c[k].evidence > c[pick].evidence) pick = static_cast<int>(k);
         }
         if (pick < 0) return best;
