@@ -17,9 +17,20 @@ constexpr int kSquareRootTableSize = 16385;
 // Entry i is the smallest whole number whose square is at least i.
 void GetSquareRootTable(int32_t* table);
 
-// Renders src into dst (both 8-bit one-channel, one size) tile by tile and
-// paints a white margin of half a window around the page.
-void BinaryBlock(const cv::Mat& src, cv::Mat& dst, tem_SauvolaPara para);
+// The row kernels of the one-pass rendering: kAuto takes the fastest the
+// processor has (the reference under SCRIVO_REFERENCE_KERNELS=1); every
+// kernel gives the same bytes.
+enum class BinarizeKernel { kAuto, kReference, kAvx2 };
+
+// Whether this build and processor can run the kernel.
+bool BinarizeKernelAvailable(BinarizeKernel kernel);
+
+// Renders src into dst (both 8-bit one-channel, one size) as the tile loop
+// of BinaryBlockReference would, in one pass, and paints a white margin of
+// half a window around the page. False, with dst untouched, for a wrong
+// pair of images or a kernel this processor cannot run.
+bool BinaryBlock(const cv::Mat& src, cv::Mat& dst, tem_SauvolaPara para,
+                 BinarizeKernel kernel = BinarizeKernel::kAuto);
 
 // The same rendering computed literally, tile by tile through binarize6:
 // the reference BinaryBlock is checked against.

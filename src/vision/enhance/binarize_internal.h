@@ -1,4 +1,5 @@
-// Pieces shared by the tile-by-tile and the one-pass ink-saving rendering.
+// Pieces shared by the tile-by-tile and the one-pass ink-saving rendering,
+// and the row kernels of the one-pass rendering.
 #pragma once
 
 #include <algorithm>
@@ -54,6 +55,33 @@ inline uint8_t SauvolaOutput(uint8_t pixel, int32_t m, int32_t s, int32_t K) {
     const int32_t T = Sar(Wrap(static_cast<uint32_t>(m) * scale), 23);
     return pixel > T ? 255 : pixel;
 }
+
+// The rendered pixel from its window sums: the arithmetic every kernel
+// reproduces.
+inline uint8_t WindowPixel(uint8_t pixel, uint32_t S, uint32_t Q, int shift, int32_t K,
+                           const int32_t* sqrtTable) {
+    return SauvolaOutput(pixel, WindowMean(S, shift), sqrtTable[WindowVariance(S, Q, shift)], K);
+}
+
+// The one-pass rendering's two row kernels.
+struct RowKernels {
+    // Column sums of pixels and squares gain row `add` and lose row `drop`
+    // (the same row for none), and P, P2 receive their prefixes: P[0] = 0,
+    // P[c + 1] = col[0] + ... + col[c], all modulo 2^32.
+    void (*slidePrefix)(const uint8_t* add, const uint8_t* drop, uint32_t* col, uint32_t* col2,
+                        uint32_t* P, uint32_t* P2, int width);
+    // out[i] = WindowPixel(in[i], P[i + span] - P[i], P2[i + span] - P2[i], ...)
+    // for i < count; shift is at most 14.
+    void (*render)(const uint32_t* P, const uint32_t* P2, int span, int count, int shift, int32_t K,
+                   const int32_t* sqrtTable, const uint8_t* in, uint8_t* out);
+};
+
+extern const RowKernels kReferenceRowKernels;
+#if defined(__x86_64__) && defined(__GNUC__)
+#define SCRIVO_BINARIZE_AVX2 1
+// Defined in binarize_avx2.cpp; to be run only where the processor has AVX2.
+extern const RowKernels kAvx2RowKernels;
+#endif
 
 inline bool ValidPair(const cv::Mat& src, const cv::Mat& dst) {
     return !src.empty() && src.type() == CV_8UC1 && dst.type() == CV_8UC1 &&
