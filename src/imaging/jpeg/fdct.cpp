@@ -164,6 +164,14 @@ __attribute__((target("avx2"))) uint64_t BlockCodeFloatAvx2(const uint8_t* src, 
     return mask & ~1ull;
 }
 
+// a | b << 256. Masked inserts into zero: GCC 12 warns about the undefined
+// pass-through operand of the plain ones.
+__attribute__((target("avx2,avx512f,avx512bw"))) inline __m512i Join(__m256i a, __m256i b) {
+    const __m512i z = _mm512_setzero_si512();
+    const __m512i t = _mm512_mask_inserti64x4(z, 0xFF, z, a, 0);
+    return _mm512_mask_inserti64x4(t, 0xFF, t, b, 1);
+}
+
 // AVX-512BW: the zig-zag reordering is two cross-register word permutes
 // and the mask two tests.
 __attribute__((target("avx2,avx512f,avx512bw"))) uint64_t BlockCodeFloatAvx512(const uint8_t* src,
@@ -174,12 +182,9 @@ __attribute__((target("avx2,avx512f,avx512bw"))) uint64_t BlockCodeFloatAvx512(c
     FloatDctAvx2(src, stride, r);
     __m256i q[4];
     QuantiseAvx2(r, recip, q);
-    // Through memory: GCC 12's 256-to-512-bit inserts warn about their
-    // undefined upper halves.
-    alignas(64) int16_t t[64];
-    for (int i = 0; i < 4; ++i) _mm256_store_si256(reinterpret_cast<__m256i*>(t + i * 16), q[i]);
-    const __m512i lo = _mm512_load_si512(t);
-    const __m512i hi = _mm512_load_si512(t + 32);
+    // Joined in registers: two 256-bit stores read back as one 512-bit
+    // load would miss store forwarding and stall.
+    const __m512i lo = Join(q[0], q[1]), hi = Join(q[2], q[3]);
     alignas(64) static const uint16_t kIdx[64] = {
         0,  8,  1,  2,  9,  16, 24, 17, 10, 3,  4,  11, 18, 25, 32, 40, 33, 26, 19, 12, 5,  6,
         13, 20, 27, 34, 41, 48, 56, 49, 42, 35, 28, 21, 14, 7,  15, 22, 29, 36, 43, 50, 57, 58,

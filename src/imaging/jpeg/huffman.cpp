@@ -36,43 +36,47 @@ void BuildHuffTable(const uint8_t* bits, const uint8_t* vals, HuffTable* out) {
 
 namespace {
 
-inline void Emit8(OutBuffer& ob, uint64_t b) {
-    uint8_t* p = ob.data.data() + ob.pos;
+// The bit buffer and the output position, held in registers while a block
+// is coded (the output bytes would otherwise alias them).
+struct Sink {
+    uint64_t buffer;
+    int freeBits;
+    uint8_t* p;
+};
+
+inline void Emit8(Sink& s, uint64_t b) {
     if (b & 0x8080808080808080ull & ~(b + 0x0101010101010101ull)) {
         for (int i = 56; i >= 0; i -= 8) {
             const uint8_t c = uint8_t(b >> i);
-            *p++ = c;
-            if (c == 0xFF) *p++ = 0;
+            *s.p++ = c;
+            if (c == 0xFF) *s.p++ = 0;
         }
-        ob.pos = size_t(p - ob.data.data());
     } else {
         const uint64_t be = __builtin_bswap64(b);
-        std::memcpy(p, &be, 8);
-        ob.pos += 8;
+        std::memcpy(s.p, &be, 8);
+        s.p += 8;
     }
 }
 
-inline void PutBits(BitWriter& bw, OutBuffer& ob, uint32_t code, int size) {
-    bw.freeBits -= size;
-    if (bw.freeBits < 0) {
-        const uint64_t b = (bw.buffer << (size + bw.freeBits)) | (uint64_t(code) >> -bw.freeBits);
-        Emit8(ob, b);
-        bw.freeBits += 64;
-        bw.buffer = code;
+inline void PutBits(Sink& s, uint32_t code, int size) {
+    s.freeBits -= size;
+    if (s.freeBits < 0) [[unlikely]] {
+        Emit8(s, (s.buffer << (size + s.freeBits)) | (uint64_t(code) >> -s.freeBits));
+        s.freeBits += 64;
+        s.buffer = code;
     } else {
-        bw.buffer = (bw.buffer << size) | code;
+        s.buffer = (s.buffer << size) | code;
     }
-}
-
-inline int NumBits(uint32_t a) {
-    return a ? 32 - __builtin_clz(a) : 0;
 }
 
 }  // namespace
 
 void EncodeBlock(Encoder* e, const int16_t* zz, uint64_t mask, Component* c) {
+    static const int level = BlockCoderLevel();
+    CoefSymbols sym;
+    CoefSymbolsAt(level, zz, &sym);
     OutBuffer& ob = e->out;
-    BitWriter bw = e->bits;
+    Sink s{e->bits.buffer, e->bits.freeBits, ob.data.data() + ob.pos};
     const HuffTable& dc = e->dcHuff[c->dcTbl];
     const HuffTable& ac = e->acHuff[c->acTbl];
 
@@ -82,9 +86,9 @@ void EncodeBlock(Encoder* e, const int16_t* zz, uint64_t mask, Component* c) {
     if (diff < -2047) diff = -2047;
     {
         const uint32_t a = uint32_t(diff < 0 ? -diff : diff);
-        const int nb = NumBits(a);
+        const int nb = a ? 32 - __builtin_clz(a) : 0;
         const uint32_t v = uint32_t(diff < 0 ? diff - 1 : diff) & ((1u << nb) - 1);
-        PutBits(bw, ob, (uint32_t(dc.code[nb]) << nb) | v, dc.size[nb] + nb);
+        PutBits(s, (uint32_t(dc.code[nb]) << nb) | v, dc.size[nb] + nb);
     }
 
     int last = 0;
@@ -92,22 +96,21 @@ void EncodeBlock(Encoder* e, const int16_t* zz, uint64_t mask, Component* c) {
         const int k = __builtin_ctzll(mask);
         mask &= mask - 1;
         int run = k - last - 1;
-        while (run >= 16) {
-            PutBits(bw, ob, ac.code[0xF0], ac.size[0xF0]);
-            run -= 16;
-        }
-        int v = zz[k];
-        if (v > 1023) v = 1023;
-        if (v < -1023) v = -1023;
-        const uint32_t a = uint32_t(v < 0 ? -v : v);
-        const int nb = NumBits(a);
-        const int sym = (run << 4) | nb;
-        const uint32_t bits = uint32_t(v < 0 ? v - 1 : v) & ((1u << nb) - 1);
-        PutBits(bw, ob, (uint32_t(ac.code[sym]) << nb) | bits, ac.size[sym] + nb);
         last = k;
+        if (run >= 16) [[unlikely]] {
+            do {
+                PutBits(s, ac.code[0xF0], ac.size[0xF0]);
+                run -= 16;
+            } while (run >= 16);
+        }
+        const int nb = sym.nbits[k];
+        const int rs = (run << 4) | nb;
+        PutBits(s, (uint32_t(ac.code[rs]) << nb) | sym.bits[k], ac.size[rs] + nb);
     }
-    if (last != 63) PutBits(bw, ob, ac.code[0], ac.size[0]);
-    e->bits = bw;
+    if (last != 63) PutBits(s, ac.code[0], ac.size[0]);
+    e->bits.buffer = s.buffer;
+    e->bits.freeBits = s.freeBits;
+    ob.pos = size_t(s.p - ob.data.data());
 }
 
 void FlushBits(Encoder* e) {

@@ -156,6 +156,17 @@ uint64_t BlockCodeFloatScalar(const uint8_t* src, int stride, const float* recip
 // Mode 1, the integer coder.
 uint64_t BlockCodeInt(const uint8_t* src, int stride, const uint16_t* divisor, int16_t* zz);
 
+// coef_symbols.cpp. For each coefficient of a block: its magnitude
+// category (bit length of the value clamped to +-1023) and its value bits
+// as they are coded. Level as for the block coders (above 0: AVX2); all
+// levels give the same output.
+struct CoefSymbols {
+    alignas(32) uint16_t bits[64];
+    alignas(32) uint8_t nbits[64];
+};
+void CoefSymbolsScalar(const int16_t* zz, CoefSymbols* out);
+void CoefSymbolsAt(int level, const int16_t* zz, CoefSymbols* out);
+
 // huffman.cpp
 // Codes one block given in zig-zag order with its non-zero AC mask.
 void EncodeBlock(Encoder* e, const int16_t* zz, uint64_t mask, Component* c);
