@@ -9,9 +9,7 @@
  * (the chroma offsets round just below one half, which keeps the results
  * in 0..255 without clamping). Rows are written at full resolution and the
  * last pixel is repeated out to the MCU boundary; a subsampled component is
- * then reduced per MCU row by averaging 2x2 (or 2x1) pixels with a bias
- * that alternates 1, 2 (0, 1) along the row, so that rounding does not
- * drift in one direction. I420 input already has halved chroma: for 4:2:0
+ * then reduced per MCU row (downsample.cpp). I420 input already has halved chroma: for 4:2:0
  * its U and V rows go straight into the chroma planes, for other layouts
  * they are repeated up to full resolution first. Grey input gives neutral
  * chroma (128) when a colour layout is asked for.
@@ -299,34 +297,6 @@ void ReplicateRow(Encoder* e, int fromRow, int toRow) {
             copy(e->full[c], pw, fromRow, toRow);
         } else {
             copy(e->plane[c], e->planeStride[c], fromRow, toRow);
-        }
-    }
-}
-
-void DownsampleMcuRow(Encoder* e) {
-    if (e->numComps != 3 || e->chromaDirect) return;
-    const int hs = e->maxH / e->comp[1].h, vs = e->maxV / e->comp[1].v;
-    if (hs == 1 && vs == 1) return;
-    const int pw = e->paddedWidth;
-    for (int c = 1; c < 3; ++c) {
-        const int outW = e->planeStride[c];
-        const int outRows = 8 * e->comp[c].v;
-        for (int r = 0; r < outRows; ++r) {
-            const uint8_t* a = e->full[c].data() + ptrdiff_t(r * vs) * pw;
-            uint8_t* o = e->plane[c].data() + ptrdiff_t(r) * outW;
-            if (vs == 2 && hs == 2) {
-                const uint8_t* b = a + pw;
-                for (int x = 0; x < outW; ++x) {
-                    const int sum = a[2 * x] + a[2 * x + 1] + b[2 * x] + b[2 * x + 1];
-                    o[x] = uint8_t((sum + 1 + (x & 1)) >> 2);
-                }
-            } else if (hs == 2) {
-                for (int x = 0; x < outW; ++x)
-                    o[x] = uint8_t((a[2 * x] + a[2 * x + 1] + (x & 1)) >> 1);
-            } else {
-                const uint8_t* b = a + pw;
-                for (int x = 0; x < outW; ++x) o[x] = uint8_t((a[x] + b[x] + 1) >> 1);
-            }
         }
     }
 }

@@ -185,6 +185,12 @@ void RgbToYcc(const uint8_t* s, int w, int bpp, bool bgr, uint8_t* y, uint8_t* c
 bool IsI420Format(uint32_t colorId);
 void ConvertRow(Encoder* e, uint32_t colorId, const MBITMAP* bm, int line, int row);
 void ReplicateRow(Encoder* e, int fromRow, int toRow);
+
+// downsample.cpp. One output row of a subsampled component: outW averages
+// of 2x2 pixels of rows a and b (hs 2, b not null), 2x1 pixels of a (b
+// null) or 1x2 pixels (hs 1). Level as for the block coders.
+void DownsampleRowScalar(const uint8_t* a, const uint8_t* b, int hs, int outW, uint8_t* o);
+void DownsampleRowAt(int level, const uint8_t* a, const uint8_t* b, int hs, int outW, uint8_t* o);
 void DownsampleMcuRow(Encoder* e);
 
 }  // namespace scrivo::jpeg

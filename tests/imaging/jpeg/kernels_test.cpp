@@ -1,0 +1,70 @@
+// The encoder's vectorised kernels against their plain reference kernels,
+// byte for byte, on random and extreme inputs and awkward widths.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "jpeg_test_util.h"
+
+using namespace scrivo::jpeg;
+
+TEST(JpegKernels, CoefficientSymbols) {
+    std::mt19937 rng(3);
+    const int16_t edges[] = {0, 1, -1, 2, -2, 1023, -1023, 1024, -1024, 2047, -2048, 32767, -32768};
+    for (int iter = 0; iter < 3000; ++iter) {
+        alignas(64) int16_t zz[64];
+        const int range = 1 << (iter % 16);
+        for (int16_t& v : zz)
+            v = iter % 5 == 0 ? edges[rng() % 13] : int16_t(int(rng() % (2 * range + 1)) - range);
+        CoefSymbols ref, fast;
+        CoefSymbolsScalar(zz, &ref);
+        for (int level = 1; level <= BlockCoderLevel(); ++level) {
+            CoefSymbolsAt(level, zz, &fast);
+            ASSERT_EQ(std::memcmp(ref.nbits, fast.nbits, 64), 0) << iter;
+            ASSERT_EQ(std::memcmp(ref.bits, fast.bits, sizeof(ref.bits)), 0) << iter;
+        }
+    }
+    // Category and one's-complement bits, values beyond +-1023 clamped.
+    alignas(64) int16_t zz[64] = {5, -3, 1024, -32768, 1, -1};
+    CoefSymbols s;
+    CoefSymbolsAt(BlockCoderLevel(), zz, &s);
+    const int nb[] = {3, 2, 10, 10, 1, 1, 0}, bits[] = {5, 0, 1023, 0, 1, 0, 0};
+    for (int k = 0; k < 7; ++k) {
+        EXPECT_EQ(s.nbits[k], nb[k]) << k;
+        EXPECT_EQ(s.bits[k], bits[k]) << k;
+    }
+}
+
+TEST(JpegKernels, ChromaDownsampling) {
+    std::mt19937 rng(4);
+    for (int outW : {1, 15, 31, 32, 33, 64, 100}) {
+        for (int fill : {-1, 0, 255}) {
+            std::vector<uint8_t> a(2 * outW), b(2 * outW);
+            for (size_t i = 0; i < a.size(); ++i) {
+                a[i] = fill < 0 ? uint8_t(rng()) : uint8_t(fill);
+                b[i] = fill < 0 ? uint8_t(rng()) : uint8_t(fill);
+            }
+            for (int mode = 0; mode < 3; ++mode) {
+                const uint8_t* second = mode == 1 ? nullptr : b.data();
+                const int hs = mode == 2 ? 1 : 2;
+                std::vector<uint8_t> ref(outW + 1, 7), fast(outW + 1, 7);
+                DownsampleRowScalar(a.data(), second, hs, outW, ref.data());
+                for (int level = 1; level <= BlockCoderLevel(); ++level) {
+                    DownsampleRowAt(level, a.data(), second, hs, outW, fast.data());
+                    ASSERT_EQ(ref, fast) << outW << " " << fill << " " << mode;
+                }
+                if (fill >= 0) {
+                    EXPECT_EQ(ref[outW - 1], fill);
+                }
+            }
+        }
+    }
+    // The bias alternates along the row: 1 + 2 + 1 + 2 averages to 1.5.
+    const uint8_t a[4] = {1, 2, 1, 2}, b[4] = {1, 2, 1, 2};
+    uint8_t o[2];
+    DownsampleRowAt(BlockCoderLevel(), a, b, 2, 2, o);
+    EXPECT_EQ(o[0], 1);
+    EXPECT_EQ(o[1], 2);
+}
