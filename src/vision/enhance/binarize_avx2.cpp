@@ -39,31 +39,49 @@ SCRIVO_AVX2 inline __m256i Scan8(__m256i x) {
     return _mm256_add_epi32(x, _mm256_permute2x128_si256(lowTotal, lowTotal, 0x08));
 }
 
+// Eight columns of pixel sums and of square sums after the slide.
+struct Columns {
+    __m256i sum, squares;
+};
+
+SCRIVO_AVX2 inline Columns Slide8(const uint8_t* add, const uint8_t* drop, uint32_t* col,
+                                  uint32_t* col2) {
+    const __m256i a = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(add)));
+    const __m256i d = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(drop)));
+    __m256i* pc = reinterpret_cast<__m256i*>(col);
+    __m256i* pc2 = reinterpret_cast<__m256i*>(col2);
+    const __m256i diff = _mm256_sub_epi32(a, d);
+    const Columns out{_mm256_add_epi32(_mm256_loadu_si256(pc), diff),
+                      _mm256_add_epi32(_mm256_loadu_si256(pc2),
+                                       _mm256_mullo_epi32(diff, _mm256_add_epi32(a, d)))};
+    _mm256_storeu_si256(pc, out.sum);
+    _mm256_storeu_si256(pc2, out.squares);
+    return out;
+}
+
+// Prefixes of sixteen values after `run` (the total so far in every lane);
+// returns the new total. Only the last add depends on `run`, so the chain
+// from one step to the next is two instructions per sixteen columns.
+SCRIVO_AVX2 inline __m256i Prefix16(__m256i lo, __m256i hi, __m256i run, uint32_t* P) {
+    const __m256i last = _mm256_set1_epi32(7);
+    lo = Scan8(lo);
+    hi = _mm256_add_epi32(Scan8(hi), _mm256_permutevar8x32_epi32(lo, last));
+    hi = _mm256_add_epi32(hi, run);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(P), _mm256_add_epi32(lo, run));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(P + 8), hi);
+    return _mm256_permutevar8x32_epi32(hi, last);
+}
+
 SCRIVO_AVX2 void SlidePrefixAvx2(const uint8_t* add, const uint8_t* drop, uint32_t* col,
                                  uint32_t* col2, uint32_t* P, uint32_t* P2, int width) {
-    const __m256i last = _mm256_set1_epi32(7);
     __m256i run = _mm256_setzero_si256(), run2 = _mm256_setzero_si256();
     P[0] = P2[0] = 0;
     int c = 0;
-    for (; c + 8 <= width; c += 8) {
-        const __m256i a =
-            _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(add + c)));
-        const __m256i d =
-            _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(drop + c)));
-        __m256i* pc = reinterpret_cast<__m256i*>(col + c);
-        __m256i* pc2 = reinterpret_cast<__m256i*>(col2 + c);
-        const __m256i s = _mm256_add_epi32(_mm256_loadu_si256(pc), _mm256_sub_epi32(a, d));
-        const __m256i s2 =
-            _mm256_add_epi32(_mm256_loadu_si256(pc2),
-                             _mm256_mullo_epi32(_mm256_sub_epi32(a, d), _mm256_add_epi32(a, d)));
-        _mm256_storeu_si256(pc, s);
-        _mm256_storeu_si256(pc2, s2);
-        run = _mm256_add_epi32(Scan8(s), run);
-        run2 = _mm256_add_epi32(Scan8(s2), run2);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(P + c + 1), run);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(P2 + c + 1), run2);
-        run = _mm256_permutevar8x32_epi32(run, last);
-        run2 = _mm256_permutevar8x32_epi32(run2, last);
+    for (; c + 16 <= width; c += 16) {
+        const Columns lo = Slide8(add + c, drop + c, col + c, col2 + c);
+        const Columns hi = Slide8(add + c + 8, drop + c + 8, col + c + 8, col2 + c + 8);
+        run = Prefix16(lo.sum, hi.sum, run, P + c + 1);
+        run2 = Prefix16(lo.squares, hi.squares, run2, P2 + c + 1);
     }
     uint32_t total = static_cast<uint32_t>(_mm256_cvtsi256_si32(run));
     uint32_t total2 = static_cast<uint32_t>(_mm256_cvtsi256_si32(run2));
@@ -80,7 +98,7 @@ SCRIVO_AVX2 void SlidePrefixAvx2(const uint8_t* add, const uint8_t* drop, uint32
 
 struct Constants {
     __m128i shift;
-    __m256i K, zero, maxVariance, c128, one23, c64, c2, c9, c255;
+    __m256i K, base, zero, maxVariance, c64, darkLow, darkRange, brightRange, c255;
 };
 
 SCRIVO_AVX2 inline __m256i Load(const uint32_t* p) {
@@ -99,30 +117,33 @@ SCRIVO_AVX2 inline __m256i Render8(const uint32_t* P, const uint32_t* P2, int sp
     const __m256 root = _mm256_round_ps(_mm256_sqrt_ps(_mm256_cvtepi32_ps(v)),
                                         _MM_FROUND_TO_POS_INF | _MM_FROUND_NO_EXC);
     const __m256i s = _mm256_cvtps_epi32(root);
-    // Flat: (m > 64 and s <= 2) or (m <= 64 and 2 <= s <= 9).
+    // Flat: m > 64 and s <= 2 (v <= 4), or m <= 64 and 2 <= s <= 9
+    // (2 <= v <= 81); that is, v - low <= range as unsigned numbers.
     const __m256i bright = _mm256_cmpgt_epi32(m, k.c64);
-    const __m256i above2 = _mm256_cmpgt_epi32(s, k.c2);
-    const __m256i below2 = _mm256_cmpgt_epi32(k.c2, s);
-    const __m256i above9 = _mm256_cmpgt_epi32(s, k.c9);
-    const __m256i flatBright = _mm256_andnot_si256(above2, bright);
-    const __m256i flatDark = _mm256_andnot_si256(
-        _mm256_or_si256(bright, _mm256_or_si256(below2, above9)), _mm256_set1_epi32(-1));
-    const __m256i scale =
-        _mm256_add_epi32(_mm256_mullo_epi32(k.K, _mm256_sub_epi32(s, k.c128)), k.one23);
-    const __m256i T = _mm256_srai_epi32(_mm256_mullo_epi32(m, scale), 23);
+    const __m256i low = _mm256_andnot_si256(bright, k.darkLow);
+    const __m256i range = _mm256_blendv_epi8(k.darkRange, k.brightRange, bright);
+    const __m256i offset = _mm256_sub_epi32(v, low);
+    const __m256i flat = _mm256_cmpeq_epi32(_mm256_min_epu32(offset, range), offset);
+    // K (s - 128) + 2^23 as K s + (2^23 - 128 K); a flat window's
+    // threshold becomes -1, below every pixel.
+    const __m256i scale = _mm256_add_epi32(_mm256_mullo_epi32(k.K, s), k.base);
+    const __m256i T = _mm256_or_si256(_mm256_srai_epi32(_mm256_mullo_epi32(m, scale), 23), flat);
     const __m256i p = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(in)));
-    const __m256i white =
-        _mm256_or_si256(_mm256_or_si256(flatBright, flatDark), _mm256_cmpgt_epi32(p, T));
-    return _mm256_blendv_epi8(p, k.c255, white);
+    return _mm256_blendv_epi8(p, k.c255, _mm256_cmpgt_epi32(p, T));
 }
 
 SCRIVO_AVX2 void RenderAvx2(const uint32_t* P, const uint32_t* P2, int span, int count, int shift,
                             int32_t K, const int32_t* sqrtTable, const uint8_t* in, uint8_t* out) {
-    const Constants k{_mm_cvtsi32_si128(shift), _mm256_set1_epi32(K),
-                      _mm256_setzero_si256(),   _mm256_set1_epi32(kMaxVariance),
-                      _mm256_set1_epi32(128),   _mm256_set1_epi32(1 << 23),
-                      _mm256_set1_epi32(64),    _mm256_set1_epi32(2),
-                      _mm256_set1_epi32(9),     _mm256_set1_epi32(255)};
+    const Constants k{_mm_cvtsi32_si128(shift),
+                      _mm256_set1_epi32(K),
+                      _mm256_set1_epi32((1 << 23) - 128 * K),
+                      _mm256_setzero_si256(),
+                      _mm256_set1_epi32(kMaxVariance),
+                      _mm256_set1_epi32(64),
+                      _mm256_set1_epi32(2),
+                      _mm256_set1_epi32(79),
+                      _mm256_set1_epi32(4),
+                      _mm256_set1_epi32(255)};
     // Lanes come out of the two packs as 0-3 of each quarter, then 4-7.
     const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
     int i = 0;

@@ -32,14 +32,30 @@ int CentreOf(int background, int centre) {
     return out.at<uint8_t>(32, 32);
 }
 
-cv::Mat Rendered(const cv::Mat& src, tem_SauvolaPara para, bool reference, int fill) {
+cv::Mat Rendered(const cv::Mat& src, tem_SauvolaPara para, bool reference, int fill,
+                 BinarizeKernel kernel = BinarizeKernel::kAuto) {
     cv::Mat dst(src.size(), CV_8UC1, cv::Scalar(fill));
     if (reference) {
         BinaryBlockReference(src, dst, para);
     } else {
-        BinaryBlock(src, dst, para);
+        EXPECT_TRUE(BinaryBlock(src, dst, para, kernel));
     }
     return dst;
+}
+
+// Levels rising across the page under noise growing down it, so that the
+// windows' means and deviations sweep both sides of the flat tests.
+cv::Mat Sweep(cv::Size size, uint64_t seed) {
+    cv::Mat page(size, CV_8UC1);
+    cv::RNG rng(seed);
+    for (int y = 0; y < size.height; ++y) {
+        const int amplitude = 1 << (8 * y / size.height);
+        for (int x = 0; x < size.width; ++x) {
+            const int v = 255 * x / size.width + rng.uniform(-amplitude, amplitude + 1);
+            page.at<uint8_t>(y, x) = cv::saturate_cast<uint8_t>(v);
+        }
+    }
+    return page;
 }
 
 }  // namespace
@@ -126,6 +142,36 @@ TEST(Binarize, OnePassMatchesTheTileByTileRendering) {
                 << size << " n=" << para.n << " k=" << para.k;
         }
     }
+}
+
+TEST(Binarize, EveryKernelGivesTheReferenceKernelsBytes) {
+    std::vector<cv::Mat> pages;
+    for (const cv::Size size : {cv::Size(2001, 409), cv::Size(33, 33), cv::Size(47, 95)}) {
+        pages.push_back(Sweep(size, static_cast<uint64_t>(size.area())));
+        cv::Mat noise(size, CV_8UC1);
+        cv::randu(noise, 0, 256);
+        pages.push_back(noise);
+    }
+    pages.push_back(cv::Mat(70, 300, CV_8UC1, cv::Scalar(0)));
+    pages.push_back(cv::Mat(70, 301, CV_8UC1, cv::Scalar(255)));
+    const tem_SauvolaPara paras[] = {kEconomic, {1, 0.95f}, {3, 0.05f}, {7, 0.5f}};
+    for (const BinarizeKernel kernel : {BinarizeKernel::kAuto, BinarizeKernel::kAvx2}) {
+        if (!BinarizeKernelAvailable(kernel)) continue;
+        for (const cv::Mat& page : pages) {
+            for (const tem_SauvolaPara para : paras) {
+                const cv::Mat fast = Rendered(page, para, false, 7, kernel);
+                const cv::Mat reference =
+                    Rendered(page, para, false, 7, BinarizeKernel::kReference);
+                ASSERT_EQ(cv::countNonZero(fast != reference), 0)
+                    << page.size() << " n=" << para.n << " k=" << para.k;
+            }
+        }
+    }
+    // The reference kernels against the literal tile loop on the sweep.
+    EXPECT_EQ(
+        cv::countNonZero(Rendered(pages[0], kEconomic, false, 7, BinarizeKernel::kReference) !=
+                         Rendered(pages[0], kEconomic, true, 7)),
+        0);
 }
 
 TEST(Binarize, InkKeepsItsGreyOnWhitePaper) {
