@@ -2,11 +2,10 @@
 //
 // A text block is found around Canny edges (thresholds 50 and 150) grown
 // by a 3 x 3 dilation so that the strokes of a word or line join into one
-// contour. Its bounding box must have a text block's size and shape
-// (JudgeByRectSize), and the box, grown by a pixel and binarised by Otsu's
-// method, must be two-toned (between 11 % and 89 % set: ink on paper) with
-// a border of nearly one tone (the block is surrounded by paper, not cut
-// out of a larger picture).
+// contour (text_edges.h makes that map in one sweep). Its bounding box must have a text block's
+// size and shape (JudgeByRectSize), and the box, grown by a pixel and binarised by Otsu's method,
+// must be two-toned (between 11 % and 89 % set: ink on paper) with a border of nearly one tone (the
+// block is surrounded by paper, not cut out of a larger picture).
 //
 // IsTextImage counts accepted boxes. Nested or repeated contours of one
 // word give near-identical boxes (corners within 9 px, sizes within 20
@@ -20,6 +19,8 @@
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
+
+#include "vision/enhance/text_edges.h"
 
 int JudgeByRectSize(const VpRect* rect, const VpSize* imageSize) {
     if (rect == nullptr || imageSize == nullptr) return 0;
@@ -75,8 +76,7 @@ int JudgeByEdgeContrast(const cv::Mat& grey, VpRect rect, int flag) {
 void ForEachTextBlock(const cv::Mat& grey, const std::function<bool(const VpRect&)>& visit) {
     if (grey.empty() || grey.type() != CV_8UC1) return;
     cv::Mat edges;
-    cv::Canny(grey, edges, 50.0, 150.0, 3);
-    cv::dilate(edges, edges, cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3)));
+    if (!DilatedTextEdges(grey, 50, 150, edges)) return;
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(edges, contours, cv::RETR_LIST, cv::CHAIN_APPROX_SIMPLE);
     const VpSize size{grey.cols, grey.rows};
