@@ -40,9 +40,10 @@ constexpr int kTan22 = 13573;  // tan(22.5 degrees) * 2^15, rounded
 constexpr uint8_t kCandidate = 1, kEdge = 2;
 
 // dx, dy and m of one image row from the rows above (r0), at (r1) and
-// below (r2), the border replicated.
-using GradientRow = void (*)(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, int width,
-                             int16_t* dx, int16_t* dy, int16_t* mag);
+// below (r2), the border replicated; lists the columns with m > low in
+// `busy`, in order, and returns how many there are.
+using GradientRow = int (*)(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, int width,
+                            int low, int16_t* dx, int16_t* dy, int16_t* mag, int32_t* busy);
 
 inline void GradientAt(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, int width, int x,
                        int16_t* dx, int16_t* dy, int16_t* mag) {
@@ -54,9 +55,14 @@ inline void GradientAt(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, 
     mag[x] = static_cast<int16_t>(std::abs(gx) + std::abs(gy));
 }
 
-void GradientRowReference(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, int width,
-                          int16_t* dx, int16_t* dy, int16_t* mag) {
-    for (int x = 0; x < width; ++x) GradientAt(r0, r1, r2, width, x, dx, dy, mag);
+int GradientRowReference(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, int width,
+                         int low, int16_t* dx, int16_t* dy, int16_t* mag, int32_t* busy) {
+    int n = 0;
+    for (int x = 0; x < width; ++x) {
+        GradientAt(r0, r1, r2, width, x, dx, dy, mag);
+        if (mag[x] > low) busy[n++] = x;
+    }
+    return n;
 }
 
 #ifdef SCRIVO_EDGES_AVX2
@@ -64,8 +70,12 @@ SCRIVO_AVX2 inline __m256i Widen(const uint8_t* p) {
     return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
 
-SCRIVO_AVX2 void GradientRowAvx2(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, int width,
-                                 int16_t* dx, int16_t* dy, int16_t* mag) {
+SCRIVO_AVX2 int GradientRowAvx2(const uint8_t* r0, const uint8_t* r1, const uint8_t* r2, int width,
+                                int low, int16_t* dx, int16_t* dy, int16_t* mag, int32_t* busy) {
+    int n = 0;
+    GradientAt(r0, r1, r2, width, 0, dx, dy, mag);
+    if (mag[0] > low) busy[n++] = 0;
+    const __m256i lowLanes = _mm256_set1_epi16(static_cast<int16_t>(low));
     int x = 1;
     // Columns 1 ... width - 2 need no border; 16 at a time.
     for (; x + 17 <= width; x += 16) {
@@ -78,13 +88,24 @@ SCRIVO_AVX2 void GradientRowAvx2(const uint8_t* r0, const uint8_t* r1, const uin
         const __m256i below = _mm256_add_epi16(_mm256_add_epi16(a2, c2), _mm256_slli_epi16(b2, 1));
         const __m256i above = _mm256_add_epi16(_mm256_add_epi16(a0, c0), _mm256_slli_epi16(b0, 1));
         const __m256i gy = _mm256_sub_epi16(below, above);
+        const __m256i m = _mm256_add_epi16(_mm256_abs_epi16(gx), _mm256_abs_epi16(gy));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(dx + x), gx);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(dy + x), gy);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(mag + x),
-                            _mm256_add_epi16(_mm256_abs_epi16(gx), _mm256_abs_epi16(gy)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(mag + x), m);
+        // Two mask bits a column.
+        uint32_t bits =
+            static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi16(m, lowLanes)));
+        while (bits != 0) {
+            busy[n++] = x + (__builtin_ctz(bits) >> 1);
+            bits &= bits - 1;
+            bits &= bits - 1;
+        }
     }
-    GradientAt(r0, r1, r2, width, 0, dx, dy, mag);
-    for (; x < width; ++x) GradientAt(r0, r1, r2, width, x, dx, dy, mag);
+    for (; x < width; ++x) {
+        GradientAt(r0, r1, r2, width, x, dx, dy, mag);
+        if (mag[x] > low) busy[n++] = x;
+    }
+    return n;
 }
 #endif
 
@@ -114,16 +135,16 @@ GradientRow GradientFor(EdgeKernel kernel) {
 struct GradientBuffers {
     std::vector<int16_t> dx, dy, magPadded;
     int16_t* mag() { return magPadded.data() + 1; }
+    const int16_t* mag() const { return magPadded.data() + 1; }
 };
 
-// Marks row y's candidates and edges in `map` (one row of the bordered
-// map) and lists the edges in `seeds`.
+// Marks row y's candidates and edges among its busy columns in `map` (one
+// row of the bordered map) and lists the edges in `seeds`.
 void MarkRow(const int16_t* above, const int16_t* at, const int16_t* below, const int16_t* dx,
-             const int16_t* dy, int width, int low, int high, uint8_t* map,
+             const int16_t* dy, const int32_t* busy, int count, int high, uint8_t* map,
              std::vector<uint8_t*>& seeds) {
-    for (int x = 0; x < width; ++x) {
-        const int m = at[x];
-        if (m <= low) continue;
+    for (int i = 0; i < count; ++i) {
+        const int x = busy[i], m = at[x];
         const int xs = std::abs(dx[x]), ys = std::abs(dy[x]);
         const int tg22x = xs * kTan22, y = ys << 15;
         bool peak;
@@ -141,16 +162,18 @@ void MarkRow(const int16_t* above, const int16_t* at, const int16_t* below, cons
     }
 }
 
-// Every candidate joined to an edge through candidates becomes an edge.
-void Grow(std::vector<uint8_t*>& stack, ptrdiff_t step) {
+// Candidates joined to the edges on `ready` become edges. A pixel at or
+// past `limit` (a row whose lower neighbours are not marked yet) waits.
+void Grow(std::vector<uint8_t*>& ready, std::vector<uint8_t*>& waiting, const uint8_t* limit,
+          ptrdiff_t step) {
     const ptrdiff_t around[8] = {-step - 1, -step, -step + 1, -1, 1, step - 1, step, step + 1};
-    while (!stack.empty()) {
-        uint8_t* p = stack.back();
-        stack.pop_back();
+    while (!ready.empty()) {
+        uint8_t* p = ready.back();
+        ready.pop_back();
         for (const ptrdiff_t d : around) {
             if (p[d] != kCandidate) continue;
             p[d] = kEdge;
-            stack.push_back(p + d);
+            (p + d >= limit ? waiting : ready).push_back(p + d);
         }
     }
 }
@@ -166,28 +189,43 @@ bool DilatedTextEdges(const cv::Mat& grey, int low, int high, cv::Mat& edges, Ed
     if (grey.empty() || grey.type() != CV_8UC1 || gradient == nullptr) return false;
     if (low > high) std::swap(low, high);
     const int W = grey.cols, H = grey.rows;
+    // Above 2040 (the largest m) no pixel is a candidate; a low below 0 acts
+    // as -1.
+    low = std::clamp(low, -1, 2040);
     const ptrdiff_t step = W + 2;
     // The map has a border of one pixel that is never a candidate.
     std::vector<uint8_t> map(static_cast<size_t>(step) * (H + 2), 0);
-    std::vector<uint8_t*> stack;
     GradientBuffers rows[3];
-    for (GradientBuffers& b : rows)
+    for (GradientBuffers& b : rows) {
         b = {std::vector<int16_t>(W), std::vector<int16_t>(W), std::vector<int16_t>(W + 2, 0)};
+    }
+    std::vector<int32_t> busy[2] = {std::vector<int32_t>(W), std::vector<int32_t>(W)};
+    int busyCount[2] = {0, 0};
     const std::vector<int16_t> zero(W + 2, 0);
     const auto row = [&](int y) { return grey.ptr<uint8_t>(std::clamp(y, 0, H - 1)); };
-    gradient(row(-1), row(0), row(1), W, rows[0].dx.data(), rows[0].dy.data(), rows[0].mag());
+    const auto gradientOf = [&](int y) {
+        GradientBuffers& b = rows[y % 3];
+        busyCount[y % 2] = gradient(row(y - 1), row(y), row(y + 1), W, low, b.dx.data(),
+                                    b.dy.data(), b.mag(), busy[y % 2].data());
+    };
+    // The hysteresis follows the sweep, so that it works on rows still in
+    // the cache: a row's edges spread once the row below it is marked.
+    std::vector<uint8_t*> ready, waiting;
+    gradientOf(0);
     for (int y = 0; y < H; ++y) {
-        GradientBuffers& at = rows[y % 3];
-        GradientBuffers& next = rows[(y + 1) % 3];
-        if (y + 1 < H) {
-            gradient(row(y), row(y + 1), row(y + 2), W, next.dx.data(), next.dy.data(), next.mag());
-        }
+        if (y + 1 < H) gradientOf(y + 1);
+        const GradientBuffers& at = rows[y % 3];
         const int16_t* above = y > 0 ? rows[(y + 2) % 3].mag() : zero.data() + 1;
-        const int16_t* below = y + 1 < H ? next.mag() : zero.data() + 1;
-        MarkRow(above, at.mag(), below, at.dx.data(), at.dy.data(), W, low, high,
-                map.data() + (y + 1) * step + 1, stack);
+        const int16_t* below = y + 1 < H ? rows[(y + 1) % 3].mag() : zero.data() + 1;
+        uint8_t* mapRow = map.data() + (y + 1) * step + 1;
+        ready.insert(ready.end(), waiting.begin(), waiting.end());
+        waiting.clear();
+        MarkRow(above, at.mag(), below, at.dx.data(), at.dy.data(), busy[y % 2].data(),
+                busyCount[y % 2], high, mapRow, waiting);
+        Grow(ready, waiting, mapRow - 1, step);
     }
-    Grow(stack, step);
+    ready.insert(ready.end(), waiting.begin(), waiting.end());
+    Grow(ready, waiting, map.data() + map.size(), step);
 
     // Dilation: an edge anywhere in the 3 x 3 neighbourhood. The codes are
     // 0, 1 and 2, so an OR of codes holds 2 exactly when one of them is 2.
