@@ -114,7 +114,7 @@ MRESULT EncodeMcuRow(Encoder* e) {
                     const uint8_t* src =
                         e->plane[c].data() + ptrdiff_t(by * 8) * stride + (mx * comp->h + bx) * 8;
                     const uint64_t mask = fast ? BlockCodeFloatAt(level, src, stride, qs.recip, zz)
-                                               : BlockCodeInt(src, stride, qs.divisor, zz);
+                                               : BlockCodeIntAt(level, src, stride, qs, zz);
                     EncodeBlock(e, zz, mask, comp);
                 }
             }

@@ -5,7 +5,8 @@
  *   quant_tables.cpp  Annex K tables, quality -> quantisation tables and the
  *                     per-table reciprocal/divisor tables of the block coders;
  *   headers.cpp       the output byte buffer and the marker segments;
- *   fdct.cpp          the two block coders (DCT + quantisation);
+ *   fdct.cpp          the float block coder (DCT + quantisation);
+ *   fdct_int.cpp      the integer block coder;
  *   huffman.cpp       derived Huffman tables and the entropy coder;
  *   color_sample.cpp  input pixels -> Y/Cb/Cr component rows, downsampling;
  *   encoder.cpp       the component API, MCU-row assembly and scanlines.
@@ -84,10 +85,14 @@ struct Component {
 };
 
 // The block coder of mode 0 takes float reciprocals (already including the
-// DCT's scaling), mode 1 integer divisors.
+// DCT's scaling), mode 1 integer divisors; its vector kernels divide by
+// multiplying with divMul and shifting right by divShift (exact, see
+// BuildQuantScale).
 struct QuantScale {
     float recip[64];       // transposed layout, see fdct.cpp
     uint16_t divisor[64];  // natural order: 8 x table entry
+    uint32_t divMul[64];
+    uint32_t divShift[64];
 };
 
 struct Encoder {
@@ -153,8 +158,10 @@ uint64_t BlockCodeFloat(const uint8_t* src, int stride, const float* recip, int1
 uint64_t BlockCodeFloatAt(int level, const uint8_t* src, int stride, const float* recip,
                           int16_t* zz);
 uint64_t BlockCodeFloatScalar(const uint8_t* src, int stride, const float* recip, int16_t* zz);
-// Mode 1, the integer coder.
-uint64_t BlockCodeInt(const uint8_t* src, int stride, const uint16_t* divisor, int16_t* zz);
+// Mode 1, the integer coder (fdct_int.cpp), with levels as above.
+uint64_t BlockCodeIntAt(int level, const uint8_t* src, int stride, const QuantScale& qs,
+                        int16_t* zz);
+uint64_t BlockCodeIntScalar(const uint8_t* src, int stride, const uint16_t* divisor, int16_t* zz);
 
 // coef_symbols.cpp. For each coefficient of a block: its magnitude
 // category (bit length of the value clamped to +-1023) and its value bits

@@ -103,6 +103,17 @@ void BuildQuantScale(const uint16_t* table, QuantScale* out) {
             const int n = u * 8 + v;
             out->recip[v * 8 + u] = float(1.0 / (double(table[n]) * kAan[u] * kAan[v] * 8.0));
             out->divisor[n] = uint16_t(table[n] * 8);
+            // With 2^(L-1) < d <= 2^L, s = 15 + L and m = ceil(2^s / d),
+            // floor(x m / 2^s) = floor(x / d) for every x < 2^15: m d - 2^s
+            // < d, so the error x (m d - 2^s) / (d 2^s) stays below 1 / d.
+            // The integer coder's dividends, |c| + d / 2 with |c| <= 8 *
+            // 1024 plus rounding, are far below 2^15, and x m < 2^15 (2^16
+            // + 1) fits 32 unsigned bits.
+            const uint32_t d = out->divisor[n];
+            int bits = 0;
+            while ((1u << bits) < d) ++bits;
+            out->divShift[n] = uint32_t(15 + bits);
+            out->divMul[n] = uint32_t(((uint64_t(1) << (15 + bits)) + d - 1) / d);
         }
     }
 }

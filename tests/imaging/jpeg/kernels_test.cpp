@@ -68,3 +68,20 @@ TEST(JpegKernels, ChromaDownsampling) {
     EXPECT_EQ(o[0], 1);
     EXPECT_EQ(o[1], 2);
 }
+
+// The integer coder's vector kernels divide by multiplying: the quotient
+// must be exact for every divisor a table can give and every dividend the
+// transform can give (|c| + d / 2 < 2^15).
+TEST(JpegKernels, DivisionByMultiplyIsExact) {
+    uint16_t table[64];
+    for (int entry = 1; entry <= 255; entry += 64) {
+        for (int i = 0; i < 64; ++i) table[i] = uint16_t(entry + i < 256 ? entry + i : 255);
+        QuantScale qs;
+        BuildQuantScale(table, &qs);
+        for (int i = 0; i < 64; ++i) {
+            const uint32_t d = qs.divisor[i];
+            for (uint32_t x = 0; x < (1u << 15); ++x)
+                ASSERT_EQ((x * qs.divMul[i]) >> qs.divShift[i], x / d) << d << " " << x;
+        }
+    }
+}

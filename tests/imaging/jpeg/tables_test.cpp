@@ -129,7 +129,12 @@ TEST(JpegTables, BlockCodersAgree) {
                 ASSERT_EQ(BlockCodeFloatAt(level, block, 11, q.recip, fast), m) << level;
                 ASSERT_EQ(std::memcmp(fast, scalar, sizeof(fast)), 0) << level << " " << iter;
             }
-            const uint64_t mi = BlockCodeInt(block, 11, q.divisor, exact);
+            const uint64_t mi = BlockCodeIntScalar(block, 11, q.divisor, exact);
+            for (int level = 1; level <= BlockCoderLevel(); ++level) {
+                int16_t fast[64];
+                ASSERT_EQ(BlockCodeIntAt(level, block, 11, q, fast), mi) << level;
+                ASSERT_EQ(std::memcmp(fast, exact, sizeof(fast)), 0) << level << " " << iter;
+            }
             for (int k = 0; k < 64; ++k) {
                 ASSERT_EQ((m >> k) & 1, uint64_t(k > 0 && scalar[k] != 0)) << k;
                 ASSERT_EQ((mi >> k) & 1, uint64_t(k > 0 && exact[k] != 0)) << k;
