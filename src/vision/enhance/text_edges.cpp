@@ -14,10 +14,13 @@
 //   down-left);
 // - a candidate with m > high is an edge, and so is every candidate joined
 //   to an edge through candidates (8-connected).
-// The order in which the last step is searched changes no pixel. The
-// gradients come from a row kernel: the plain reference here, an AVX2 one
-// sixteen columns to a register beside it, chosen once per process through
-// platform/cpu_features.h.
+// The order in which the last step is searched changes no pixel, so it
+// runs along with the sweep, a row behind it, on rows still in the cache.
+// The gradients come from a row kernel that also lists the columns with
+// m > low, the only ones the peak test visits: the plain reference here,
+// an AVX2 one sixteen columns to a register beside it, chosen once per
+// process through platform/cpu_features.h. The dilated edges are written
+// over the map they come from, so the page needs one image, not two.
 #include "vision/enhance/text_edges.h"
 
 #include <algorithm>
@@ -187,14 +190,17 @@ bool EdgeKernelAvailable(EdgeKernel kernel) {
 bool DilatedTextEdges(const cv::Mat& grey, int low, int high, cv::Mat& edges, EdgeKernel kernel) {
     const GradientRow gradient = GradientFor(kernel);
     if (grey.empty() || grey.type() != CV_8UC1 || gradient == nullptr) return false;
-    if (low > high) std::swap(low, high);
     const int W = grey.cols, H = grey.rows;
+    if ((static_cast<int64_t>(W) + 2) * (H + 2) > INT32_MAX) return false;
+    if (low > high) std::swap(low, high);
     // Above 2040 (the largest m) no pixel is a candidate; a low below 0 acts
     // as -1.
     low = std::clamp(low, -1, 2040);
     const ptrdiff_t step = W + 2;
-    // The map has a border of one pixel that is never a candidate.
-    std::vector<uint8_t> map(static_cast<size_t>(step) * (H + 2), 0);
+    // The map has a border of one pixel that is never a candidate; the
+    // edge image is made in its place at the end.
+    cv::Mat canvas = cv::Mat::zeros(1, static_cast<int>(step * (H + 2)), CV_8UC1);
+    uint8_t* map = canvas.data;
     GradientBuffers rows[3];
     for (GradientBuffers& b : rows) {
         b = {std::vector<int16_t>(W), std::vector<int16_t>(W), std::vector<int16_t>(W + 2, 0)};
@@ -217,7 +223,7 @@ bool DilatedTextEdges(const cv::Mat& grey, int low, int high, cv::Mat& edges, Ed
         const GradientBuffers& at = rows[y % 3];
         const int16_t* above = y > 0 ? rows[(y + 2) % 3].mag() : zero.data() + 1;
         const int16_t* below = y + 1 < H ? rows[(y + 1) % 3].mag() : zero.data() + 1;
-        uint8_t* mapRow = map.data() + (y + 1) * step + 1;
+        uint8_t* mapRow = map + (y + 1) * step + 1;
         ready.insert(ready.end(), waiting.begin(), waiting.end());
         waiting.clear();
         MarkRow(above, at.mag(), below, at.dx.data(), at.dy.data(), busy[y % 2].data(),
@@ -225,21 +231,23 @@ bool DilatedTextEdges(const cv::Mat& grey, int low, int high, cv::Mat& edges, Ed
         Grow(ready, waiting, mapRow - 1, step);
     }
     ready.insert(ready.end(), waiting.begin(), waiting.end());
-    Grow(ready, waiting, map.data() + map.size(), step);
+    Grow(ready, waiting, map + step * (H + 2), step);
 
     // Dilation: an edge anywhere in the 3 x 3 neighbourhood. The codes are
     // 0, 1 and 2, so an OR of codes holds 2 exactly when one of them is 2.
-    edges.create(H, W, CV_8UC1);
+    // Output row y goes to bytes y W ... (y + 1) W - 1 of the map, below
+    // the start of map row y + 1: rows still to be read stay intact.
     std::vector<uint8_t> column(static_cast<size_t>(step));
     for (int y = 0; y < H; ++y) {
-        const uint8_t* m0 = map.data() + y * step;
+        const uint8_t* m0 = map + y * step;
         const uint8_t* m1 = m0 + step;
         const uint8_t* m2 = m1 + step;
         for (ptrdiff_t x = 0; x < step; ++x) column[x] = m0[x] | m1[x] | m2[x];
-        uint8_t* out = edges.ptr<uint8_t>(y);
+        uint8_t* out = map + static_cast<ptrdiff_t>(y) * W;
         for (int x = 0; x < W; ++x) {
             out[x] = ((column[x] | column[x + 1] | column[x + 2]) & kEdge) != 0 ? 255 : 0;
         }
     }
+    edges = canvas.colRange(0, W * H).reshape(1, H);
     return true;
 }

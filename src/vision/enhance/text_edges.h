@@ -14,7 +14,8 @@ bool EdgeKernelAvailable(EdgeKernel kernel);
 
 // The bytes of cv::Canny(grey, e, low, high, 3) (L1 gradient) followed by
 // cv::dilate(e, e, 3 x 3 rectangle): 255 on an edge pixel or beside one,
-// else 0. False, with `edges` untouched, for an image that is not 8-bit
-// one-channel or a kernel this processor cannot run.
+// else 0, in a newly made image. False, with `edges` untouched, for an
+// image that is not 8-bit one-channel, an image whose map with a border
+// would pass 2^31 bytes, or a kernel this processor cannot run.
 bool DilatedTextEdges(const cv::Mat& grey, int low, int high, cv::Mat& edges,
                       EdgeKernel kernel = EdgeKernel::kAuto);
