@@ -8,11 +8,14 @@
  * 8 bytes is 0xFF, and only then are they written one by one.
  *
  * Each block arrives in zig-zag order together with a 64-bit mask of its
- * non-zero AC coefficients (made by the block coder), so the coder jumps from one
- * non-zero coefficient to the next with a count-trailing-zeros instead of
- * testing every position. A code and its magnitude bits go out as one put.
- * Magnitudes are clamped to what the baseline tables can express (DC
- * differences to 11 bits, AC values to 10 bits).
+ * non-zero AC coefficients (made by the block coder), so the coder jumps
+ * from one non-zero coefficient to the next with a count-trailing-zeros
+ * instead of testing every position. The categories and value bits of all
+ * 64 coefficients are found first, in one vector pass (coef_symbols.cpp);
+ * what stays sequential per coefficient is the run length, one table
+ * lookup (the code already shifted to leave room for the value bits) and
+ * one put. Magnitudes are clamped to what the baseline tables can express
+ * (DC differences to 11 bits, AC values to 10 bits).
  */
 #include <cstring>
 
@@ -26,8 +29,9 @@ void BuildHuffTable(const uint8_t* bits, const uint8_t* vals, HuffTable* out) {
     int k = 0;
     for (int len = 1; len <= 16; ++len) {
         for (int i = 0; i < bits[len]; ++i, ++k) {
-            out->code[vals[k]] = uint16_t(code);
-            out->size[vals[k]] = uint8_t(len);
+            const int nb = vals[k] & 15;
+            out->code[vals[k]] = code << nb;
+            out->size[vals[k]] = uint8_t(len + nb);
             ++code;
         }
         code <<= 1;
@@ -88,7 +92,7 @@ void EncodeBlock(Encoder* e, const int16_t* zz, uint64_t mask, Component* c) {
         const uint32_t a = uint32_t(diff < 0 ? -diff : diff);
         const int nb = a ? 32 - __builtin_clz(a) : 0;
         const uint32_t v = uint32_t(diff < 0 ? diff - 1 : diff) & ((1u << nb) - 1);
-        PutBits(s, (uint32_t(dc.code[nb]) << nb) | v, dc.size[nb] + nb);
+        PutBits(s, dc.code[nb] | v, dc.size[nb]);
     }
 
     int last = 0;
@@ -103,9 +107,8 @@ void EncodeBlock(Encoder* e, const int16_t* zz, uint64_t mask, Component* c) {
                 run -= 16;
             } while (run >= 16);
         }
-        const int nb = sym.nbits[k];
-        const int rs = (run << 4) | nb;
-        PutBits(s, (uint32_t(ac.code[rs]) << nb) | sym.bits[k], ac.size[rs] + nb);
+        const int rs = (run << 4) | sym.nbits[k];
+        PutBits(s, ac.code[rs] | sym.bits[k], ac.size[rs]);
     }
     if (last != 63) PutBits(s, ac.code[0], ac.size[0]);
     e->bits.buffer = s.buffer;

@@ -45,9 +45,12 @@ int QualityScale(int32_t quality);
 // Fills a table (natural order) from an Annex K table and a scale factor.
 void ScaleQuantTable(const uint8_t* base, int scale, uint16_t* out);
 
-// Derived Huffman table: code and length for each symbol.
+// Derived Huffman table. For each symbol s: its code followed by room for
+// the s & 15 value bits it announces (the magnitude category of a DC
+// difference or AC value; 0 for end-of-block and the run of 16 zeros), and
+// the length of the two together.
 struct HuffTable {
-    uint16_t code[256];
+    uint32_t code[256];
     uint8_t size[256];
 };
 // Builds the derived table from the bits/values lists (Annex C).
