@@ -2,8 +2,9 @@
  * Steps shared by the x86 block coders: the 8x8 transpose of eight vectors
  * of eight 32-bit lanes, and the last step, 64 quantised coefficients in
  * four vectors of 16 (in the coder's own order) -> zig-zag order in memory
- * and the mask of the non-zero AC terms (`order` / `idx` give, for each
- * zig-zag position, the coefficient's index in the coder's order).
+ * and the mask of the non-zero AC terms (the shuffle tables and `idx` come
+ * from a zig-zag order: for each zig-zag position, the coefficient's index
+ * in the coder's order).
  */
 #ifndef SCRIVO_IMAGING_JPEG_BLOCK_SIMD_H
 #define SCRIVO_IMAGING_JPEG_BLOCK_SIMD_H
@@ -37,20 +38,50 @@ __attribute__((target("avx2"))) inline void Transpose8x8(__m256* r) {
     r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
 }
 
-// AVX2: the reordering goes through memory, the mask is two compares.
-__attribute__((target("avx2"))) inline uint64_t ZigZagAvx2(const __m256i* q, const uint8_t* order,
-                                                           int16_t* zz) {
-    alignas(32) int16_t t[64];
-    for (int i = 0; i < 4; ++i) _mm256_store_si256(reinterpret_cast<__m256i*>(t + i * 16), q[i]);
-    for (int k = 0; k < 64; ++k) zz[k] = t[order[k]];
+// AVX2: byte shuffles. A shuffle moves bytes only within a 128-bit lane,
+// so each output vector j is the OR over the source vectors i of two
+// shuffles, one of source i and one of source i with its lanes swapped;
+// control bytes of 0x80 give zeros where another source supplies the word.
+struct ZigZagShuffles {
+    alignas(32) uint8_t ctl[4][4][2][32];  // [output][source][swapped][byte]
+};
+
+inline ZigZagShuffles MakeZigZagShuffles(const uint8_t* order) {
+    ZigZagShuffles z;
+    for (auto& out : z.ctl)
+        for (auto& src : out)
+            for (auto& half : src)
+                for (uint8_t& b : half) b = 0x80;
+    for (int k = 0; k < 64; ++k) {
+        const int s = order[k];
+        const int lane = (k % 16) / 8, srcLane = (s % 16) / 8;
+        uint8_t* c = z.ctl[k / 16][s / 16][lane != srcLane] + lane * 16 + 2 * (k % 8);
+        c[0] = uint8_t(2 * (s % 8));
+        c[1] = uint8_t(2 * (s % 8) + 1);
+    }
+    return z;
+}
+
+__attribute__((target("avx2"))) inline uint64_t ZigZagAvx2(const __m256i* q,
+                                                           const ZigZagShuffles& z, int16_t* zz) {
+    __m256i swapped[4];
+    for (int i = 0; i < 4; ++i) swapped[i] = _mm256_permute2x128_si256(q[i], q[i], 0x01);
     uint64_t mask = 0;
     const __m256i zero = _mm256_setzero_si256();
+    __m256i isZero[4];
+    for (int j = 0; j < 4; ++j) {
+        __m256i o = _mm256_setzero_si256();
+        for (int i = 0; i < 4; ++i) {
+            const __m256i* c = reinterpret_cast<const __m256i*>(z.ctl[j][i][0]);
+            o = _mm256_or_si256(o, _mm256_shuffle_epi8(q[i], _mm256_load_si256(c)));
+            o = _mm256_or_si256(o, _mm256_shuffle_epi8(swapped[i], _mm256_load_si256(c + 1)));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(zz + 16 * j), o);
+        isZero[j] = _mm256_cmpeq_epi16(o, zero);
+    }
     for (int i = 0; i < 4; i += 2) {
-        const __m256i a =
-            _mm256_cmpeq_epi16(_mm256_loadu_si256(reinterpret_cast<__m256i*>(zz + i * 16)), zero);
-        const __m256i b = _mm256_cmpeq_epi16(
-            _mm256_loadu_si256(reinterpret_cast<__m256i*>(zz + i * 16 + 16)), zero);
-        const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
+        const __m256i bytes =
+            _mm256_permute4x64_epi64(_mm256_packs_epi16(isZero[i], isZero[i + 1]), 0xD8);
         mask |= uint64_t(~uint32_t(_mm256_movemask_epi8(bytes))) << (i * 16);
     }
     return mask & ~1ull;

@@ -132,7 +132,8 @@ __attribute__((target("avx2"))) uint64_t BlockCodeFloatAvx2(const uint8_t* src, 
     FloatDctAvx2(src, stride, r);
     __m256i q[4];
     QuantiseAvx2(r, recip, q);
-    return ZigZagAvx2(q, jpg_transposed_order, zz);
+    static const ZigZagShuffles kShuffles = MakeZigZagShuffles(jpg_transposed_order);
+    return ZigZagAvx2(q, kShuffles, zz);
 }
 
 __attribute__((target("avx2,avx512f,avx512bw"))) uint64_t BlockCodeFloatAvx512(const uint8_t* src,

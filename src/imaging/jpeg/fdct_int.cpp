@@ -162,7 +162,8 @@ __attribute__((target("avx2"))) uint64_t BlockCodeIntAvx2(const uint8_t* src, in
                                                           const QuantScale& qs, int16_t* zz) {
     __m256i q[4];
     IntCoderAvx2(src, stride, qs, q);
-    return ZigZagAvx2(q, jpg_natural_order, zz);
+    static const ZigZagShuffles kShuffles = MakeZigZagShuffles(jpg_natural_order);
+    return ZigZagAvx2(q, kShuffles, zz);
 }
 
 __attribute__((target("avx2,avx512f,avx512bw"))) uint64_t BlockCodeIntAvx512(const uint8_t* src,
