@@ -114,9 +114,12 @@ bool DilatedTextEdges(const cv::Mat& grey, int low, int high, cv::Mat& edges, Ed
     low = std::clamp(low, -1, 2040);
     const ptrdiff_t step = W + 2;
     // The map has a border of one pixel that is never a candidate; the
-    // edge image is made in its place at the end.
-    cv::Mat canvas = cv::Mat::zeros(1, static_cast<int>(step * (H + 2)), CV_8UC1);
+    // mark kernel writes every other byte. The edge image is made in its
+    // place at the end.
+    cv::Mat canvas(1, static_cast<int>(step * (H + 2)), CV_8UC1);
     uint8_t* map = canvas.data;
+    std::fill_n(map, step, uint8_t{0});
+    std::fill_n(map + step * (H + 1), step, uint8_t{0});
     GradientBuffers rows[3];
     for (GradientBuffers& b : rows) {
         b = {std::vector<int16_t>(W), std::vector<int16_t>(W), std::vector<int16_t>(W + 2, 0)};
@@ -137,6 +140,7 @@ bool DilatedTextEdges(const cv::Mat& grey, int low, int high, cv::Mat& edges, Ed
         const int16_t* above = y > 0 ? rows[(y + 2) % 3].mag() : zero.data() + 1;
         const int16_t* below = y + 1 < H ? rows[(y + 1) % 3].mag() : zero.data() + 1;
         uint8_t* mapRow = map + (y + 1) * step + 1;
+        mapRow[-1] = mapRow[W] = 0;
         ready.insert(ready.end(), waiting.begin(), waiting.end());
         waiting.clear();
         k->mark(above, at.mag(), below, at.dx.data(), at.dy.data(), W, low, high, mapRow, waiting);
