@@ -30,8 +30,7 @@ bool OutBuffer::Flush() {
     return true;
 }
 
-bool OutBuffer::Reserve(size_t n) {
-    if (data.size() - pos >= n) return true;
+bool OutBuffer::MakeRoom(size_t n) {
     if (!Flush()) return false;
     if (data.size() < n) data.resize(n);
     return true;

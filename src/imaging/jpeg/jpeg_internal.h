@@ -69,7 +69,8 @@ struct OutBuffer {
         data[pos++] = uint8_t(v);
     }
     // Makes room for n more bytes, flushing to the stream if needed.
-    bool Reserve(size_t n);
+    bool Reserve(size_t n) { return data.size() - pos >= n || MakeRoom(n); }
+    bool MakeRoom(size_t n);
     bool Flush();
 };
 
