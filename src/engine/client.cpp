@@ -15,7 +15,7 @@
 // record as the operation requires, but with its data pointer cleared, so
 // that nothing can reach the freed pixels through it.
 #include <cstring>
-#include <memory>
+#include <new>
 
 #include "engine/client.h"
 #include "engine/image.h"
@@ -74,14 +74,19 @@ bool IsSupportedRecord(const tagVPImage* image) {
 
 }  // namespace
 
+VPHandle AdoptPhotograph(cv::Mat&& photo) {
+    if (photo.empty() || photo.type() != CV_8UC3 || photo.dims != 2) return nullptr;
+    auto* client = new (std::nothrow) VPClient;
+    if (client == nullptr) return nullptr;
+    client->source = std::move(photo);
+    client->ownsSource = 1;
+    return client;
+}
+
 VPHandle VPCreateDocuviaClient(tagVPImage* image) {
     if (!IsSupportedRecord(image)) return nullptr;
     try {
-        auto client = std::make_unique<VPClient>();
-        client->source = CreateCvImageFromVPImage(image);
-        if (client->source.empty()) return nullptr;
-        client->ownsSource = 1;
-        return client.release();
+        return AdoptPhotograph(CreateCvImageFromVPImage(image));
     } catch (...) {  // cv::Exception, std::bad_alloc
         return nullptr;
     }

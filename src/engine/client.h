@@ -42,6 +42,13 @@ struct VPClient {
     ~VPClient();
 };
 
+// A client that takes `photo` (8-bit, 3 channels, R, G, B) as its working
+// copy without copying it; null when the photograph is empty or of another
+// type, or memory runs out. VPCreateDocuviaClient converts the caller's
+// record into such an image first; a caller that decodes straight into one
+// saves that copy and its memory.
+VPHandle AdoptPhotograph(cv::Mat&& photo);
+
 // View records. FreeView clears the record's data and frees it; RenewView
 // replaces the view by a new one of `image` (null when the image is empty).
 void FreeView(tagVPImage*& view);

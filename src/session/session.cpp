@@ -6,10 +6,10 @@
  * ("JNI_CreateEngine in <----"): the JNI natives are thin wrappers over
  * these functions, and the command-line tool shows the same lines.
  *
- * Creation decodes the bytes into 32-bit R,G,B,A pixels, keeps a copy of
- * the photograph's EXIF block and the length of its thumbnail, and hands
- * the pixels to the engine (which keeps its own three-channel copy, so the
- * decoded bitmap is freed right after). The engine's copy is then turned
+ * Creation decodes the bytes straight into the engine's three-channel
+ * working image (photo_decode.cpp: no four-byte bitmap of the whole
+ * photograph, no copy), keeps a copy of the photograph's EXIF block and the
+ * length of its thumbnail. The engine's image is then turned
  * into the way viewers show the photograph, by the Orientation of the kept
  * block, and the block is set to Orientation 1: from here on corners and
  * sizes are those of the photograph as viewed, and the pages, upright in
@@ -55,11 +55,6 @@ struct ExifCloser {
         if (locked) MExif_UnLockExifData(exif);
         MExif_Destroy(exif);
     }
-};
-
-struct BitmapCloser {
-    MBITMAP* bm;
-    ~BitmapCloser() { MdBitmapFree(nullptr, bm); }
 };
 
 /* Reads the photograph's EXIF block into the session. The result is the
@@ -161,26 +156,21 @@ extern "C" VPHandle QvSession_CreateEngine(QvSession* s, const uint8_t* jpeg, in
         MLogPrint(MLOG_DEBUG, "JNI_CreateEngine MStreamOpenFromMemoryBlock fail");
         return nullptr;
     }
-    MBITMAP bitmap{};
-    bitmap.pixelFormat = MPAF_RGBA8888;
-    BitmapCloser freeBitmap{&bitmap};
     VPHandle engine = nullptr;
-    const MRESULT res = MdBitmapLoad(s->m_hAMCM, stream.s, MD_FILETYPE_JPEG, &bitmap);
+    int32_t width = 0, height = 0;
+    const MRESULT res =
+        scrivo::session::DecodeIntoEngine(s->m_hAMCM, stream.s, &engine, &width, &height);
     MLogPrint(MLOG_DEBUG, "QvNote performance native decode cost %d", Since(t0));
     if (res != 0) {
         MLogPrint(MLOG_DEBUG, "JNI_CreateEngine DecodeJPEG fail res = %d", static_cast<int>(res));
     } else {
-        MLogPrint(MLOG_DEBUG, "JNI_CreateEngine srcBmp width:%d,height:%d", bitmap.width,
-                  bitmap.height);
+        MLogPrint(MLOG_DEBUG, "JNI_CreateEngine srcBmp width:%d,height:%d", width, height);
         const MRESULT exifRes = GetExifInfo(s, stream.s);
         MLogPrint(MLOG_DEBUG, "JNI_CreateEngine GetExifInfo res = %d", static_cast<int>(exifRes));
-        tagVPImage image{VP_FORMAT_RGB,  4, 8, bitmap.width, bitmap.width * 4, bitmap.height,
-                         bitmap.plane[0]};
         const int32_t orientation = TakeOrientation(s);
-        const uint32_t t1 = MGetCurTimeStamp();
-        engine = VPCreateDocuviaClient(&image);
-        MLogPrint(MLOG_DEBUG, "QvNote performance native VPCreateDocuviaClient cost %d", Since(t1));
-        MdBitmapFree(nullptr, &bitmap);  // the engine has its copy: freed before turning it
+        // The decode built the engine's own image and the engine took it as
+        // it was (photo_decode.cpp): no copy is left to time here.
+        MLogPrint(MLOG_DEBUG, "QvNote performance native VPCreateDocuviaClient cost %d", 0);
         if (engine && !scrivo::session::ShowAsViewed(engine, orientation))
             VPReleaseDocuviaClient(&engine);
         try {

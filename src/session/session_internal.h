@@ -82,6 +82,12 @@ inline int32_t Since(uint32_t t0) {
  * for a negative size or when memory runs out. */
 bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels);
 
+/* Decodes the photograph in `stream` straight into a new engine's working
+ * image (photo_decode.cpp) and gives its size; the decoder's result, with
+ * *engine null on failure. */
+MRESULT DecodeIntoEngine(MHAMCM manager, MHStream stream, VPHandle* engine, int32_t* width,
+                         int32_t* height);
+
 /* Encodes w x h R,G,B,A pixels as JPEG into an empty growable stream, adds
  * the kept EXIF block with a new thumbnail when there is one (logging
  * "<step> RepalceExifInfoThumbnail res = %d"), and copies the stream into a heap block
