@@ -161,15 +161,57 @@ __attribute__((target("avx2"))) int RgbRowAvx2(const uint8_t* s, int w, int bpp,
     }
     return x;
 }
+
+// AVX-512BW, four-byte pixels only: Convert8's sums sixteen pixels a
+// register, each result narrowed straight to 16 bytes (the values are
+// 0..255 already). Returns how many pixels it did. (The zero-masked forms
+// with a full mask: GCC 12 warns about the undefined pass-through operand
+// of the plain ones.)
+__attribute__((target("avx2,avx512f,avx512bw"))) int RgbaRowAvx512(const uint8_t* s, int w,
+                                                                   bool bgr, uint8_t* y,
+                                                                   uint8_t* cb, uint8_t* cr) {
+    const __mmask16 kAll = 0xFFFF;
+    const __m512i toRgbx = _mm512_set4_epi32(0x0F0C0D0E, 0x0B08090A, 0x07040506, 0x03000102);
+    const __m512i lowBytes = _mm512_set1_epi32(0x00FF00FF), lowWord = _mm512_set1_epi32(0xFFFF);
+    const __m512i half = _mm512_set1_epi32((128 << 16) + 32767);
+    int x = 0;
+    for (; x + 16 <= w; x += 16) {
+        __m512i px = _mm512_loadu_si512(s + x * 4);
+        if (bgr) px = _mm512_shuffle_epi8(px, toRgbx);
+        const __m512i rb = _mm512_and_si512(px, lowBytes);
+        const __m512i ga = _mm512_and_si512(_mm512_maskz_srli_epi32(kAll, px, 8), lowBytes);
+        __m512i t =
+            _mm512_add_epi32(_mm512_madd_epi16(rb, _mm512_set1_epi32(Pair(19595, 7471))),
+                             _mm512_madd_epi16(ga, _mm512_set1_epi32(Pair(38470 - 65536, 0))));
+        t = _mm512_add_epi32(t, _mm512_set1_epi32(32768));
+        t = _mm512_add_epi32(_mm512_maskz_srai_epi32(kAll, t, 16), _mm512_and_si512(ga, lowWord));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), _mm512_maskz_cvtepi32_epi8(kAll, t));
+        if (!cb) continue;
+        t = _mm512_add_epi32(_mm512_madd_epi16(rb, _mm512_set1_epi32(Pair(-11059, 32768 - 65536))),
+                             _mm512_madd_epi16(ga, _mm512_set1_epi32(Pair(-21709, 0))));
+        t = _mm512_add_epi32(_mm512_maskz_srai_epi32(kAll, _mm512_add_epi32(t, half), 16),
+                             _mm512_maskz_srli_epi32(kAll, rb, 16));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(cb + x), _mm512_maskz_cvtepi32_epi8(kAll, t));
+        t = _mm512_add_epi32(_mm512_madd_epi16(rb, _mm512_set1_epi32(Pair(32768 - 65536, -5329))),
+                             _mm512_madd_epi16(ga, _mm512_set1_epi32(Pair(-27439, 0))));
+        t = _mm512_add_epi32(_mm512_maskz_srai_epi32(kAll, _mm512_add_epi32(t, half), 16),
+                             _mm512_and_si512(rb, lowWord));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(cr + x), _mm512_maskz_cvtepi32_epi8(kAll, t));
+    }
+    return x;
+}
 #endif
 
 template <int kBpp, int kR, int kG, int kB>
-void RgbRowBest(const uint8_t* s, int w, uint8_t* y, uint8_t* cb, uint8_t* cr, bool simd) {
+void RgbRowBest(const uint8_t* s, int w, uint8_t* y, uint8_t* cb, uint8_t* cr, int level) {
     int x = 0;
 #ifdef SCRIVO_JPEG_X86
-    if (simd) x = RgbRowAvx2(s, w, kBpp, kR == 2, y, cb, cr);
+    if (level >= 2 && kBpp == 4) x = RgbaRowAvx512(s, w, kR == 2, y, cb, cr);
+    if (level >= 1)
+        x += RgbRowAvx2(s + x * kBpp, w - x, kBpp, kR == 2, y + x, cb ? cb + x : nullptr,
+                        cb ? cr + x : nullptr);
 #else
-    (void)simd;
+    (void)level;
 #endif
     RgbRow<kBpp, kR, kG, kB>(s, x, w, y, cb, cr);
 }
@@ -181,18 +223,18 @@ bool IsSupportedFormat(uint32_t colorId) {
 }
 
 void RgbToYcc(const uint8_t* s, int w, int bpp, bool bgr, uint8_t* y, uint8_t* cb, uint8_t* cr,
-              bool simd) {
+              int level) {
     if (bpp == 4) {
         if (bgr) {
-            RgbRowBest<4, 2, 1, 0>(s, w, y, cb, cr, simd);
+            RgbRowBest<4, 2, 1, 0>(s, w, y, cb, cr, level);
         } else {
-            RgbRowBest<4, 0, 1, 2>(s, w, y, cb, cr, simd);
+            RgbRowBest<4, 0, 1, 2>(s, w, y, cb, cr, level);
         }
     } else {
         if (bgr) {
-            RgbRowBest<3, 2, 1, 0>(s, w, y, cb, cr, simd);
+            RgbRowBest<3, 2, 1, 0>(s, w, y, cb, cr, level);
         } else {
-            RgbRowBest<3, 0, 1, 2>(s, w, y, cb, cr, simd);
+            RgbRowBest<3, 0, 1, 2>(s, w, y, cb, cr, level);
         }
     }
 }
@@ -212,7 +254,7 @@ void ConvertRow(Encoder* e, uint32_t colorId, const MBITMAP* bm, int line, int r
     uint8_t* y = e->plane[0].data() + ptrdiff_t(row) * e->planeStride[0];
     uint8_t* cb = nullptr;
     uint8_t* cr = nullptr;
-    const bool simd = BlockCoderLevel() >= 1;
+    const int level = BlockCoderLevel();
     const bool colour = e->numComps == 3;
     const bool subsampled = colour && (e->comp[1].h != e->maxH || e->comp[1].v != e->maxV);
     if (colour && !e->chromaDirect) {
@@ -226,16 +268,16 @@ void ConvertRow(Encoder* e, uint32_t colorId, const MBITMAP* bm, int line, int r
     }
     switch (LayoutOf(colorId)) {
         case kRgba:
-            RgbToYcc(s, w, 4, false, y, cb, cr, simd);
+            RgbToYcc(s, w, 4, false, y, cb, cr, level);
             break;
         case kBgra:
-            RgbToYcc(s, w, 4, true, y, cb, cr, simd);
+            RgbToYcc(s, w, 4, true, y, cb, cr, level);
             break;
         case kRgb:
-            RgbToYcc(s, w, 3, false, y, cb, cr, simd);
+            RgbToYcc(s, w, 3, false, y, cb, cr, level);
             break;
         case kBgr:
-            RgbToYcc(s, w, 3, true, y, cb, cr, simd);
+            RgbToYcc(s, w, 3, true, y, cb, cr, level);
             break;
         case kGrey:
             std::memcpy(y, s, size_t(w));

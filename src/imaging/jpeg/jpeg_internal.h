@@ -190,9 +190,10 @@ void EmitRestart(Encoder* e, int n);
 bool IsSupportedFormat(uint32_t colorId);
 bool IsGreyFormat(uint32_t colorId);
 // One row of R, G, B (or B, G, R) pixels of 3 or 4 bytes to Y and, when cb
-// is not null, Cb and Cr; simd picks the AVX2 version (same results).
+// is not null, Cb and Cr. Level as for the block coders (1: AVX2, 2: also
+// AVX-512BW for 4-byte pixels); all levels give the same bytes.
 void RgbToYcc(const uint8_t* s, int w, int bpp, bool bgr, uint8_t* y, uint8_t* cb, uint8_t* cr,
-              bool simd);
+              int level);
 bool IsI420Format(uint32_t colorId);
 void ConvertRow(Encoder* e, uint32_t colorId, const MBITMAP* bm, int line, int row);
 void ReplicateRow(Encoder* e, int fromRow, int toRow);

@@ -159,11 +159,14 @@ TEST(JpegTables, ColourConversionPaths) {
     px[4] = px[5] = px[6] = 0;
     for (int bpp : {3, 4}) {
         for (bool bgr : {false, true}) {
-            for (int w : {1, 17, 33, 300}) {
+            for (int w : {1, 15, 17, 33, 47, 300}) {
                 std::vector<uint8_t> a(3 * size_t(w)), b(3 * size_t(w));
-                RgbToYcc(px.data(), w, bpp, bgr, a.data(), a.data() + w, a.data() + 2 * w, false);
-                RgbToYcc(px.data(), w, bpp, bgr, b.data(), b.data() + w, b.data() + 2 * w, true);
-                EXPECT_EQ(a, b) << bpp << bgr << w;
+                RgbToYcc(px.data(), w, bpp, bgr, a.data(), a.data() + w, a.data() + 2 * w, 0);
+                for (int level = 1; level <= BlockCoderLevel(); ++level) {
+                    RgbToYcc(px.data(), w, bpp, bgr, b.data(), b.data() + w, b.data() + 2 * w,
+                             level);
+                    EXPECT_EQ(a, b) << bpp << bgr << w << " " << level;
+                }
                 const uint8_t* p = px.data() + (w - 1) * bpp;
                 const int r = p[bgr ? 2 : 0], g = p[1], bl = p[bgr ? 0 : 2];
                 EXPECT_NEAR(a[w - 1], 0.299 * r + 0.587 * g + 0.114 * bl, 0.51);
