@@ -2,10 +2,12 @@
 //
 // A text block is found around Canny edges (thresholds 50 and 150) grown
 // by a 3 x 3 dilation so that the strokes of a word or line join into one
-// contour (text_edges.h makes that map in one sweep). Its bounding box must have a text block's
-// size and shape (JudgeByRectSize), and the box, grown by a pixel and binarised by Otsu's method,
-// must be two-toned (between 11 % and 89 % set: ink on paper) with a border of nearly one tone (the
-// block is surrounded by paper, not cut out of a larger picture).
+// contour (text_edges.h makes that map in one sweep). Its bounding box
+// must have a text block's size and shape (JudgeByRectSize), and the box,
+// grown by a pixel and binarised by Otsu's method, must be two-toned
+// (between 11 % and 89 % set: ink on paper) with a border of nearly one
+// tone (the block is surrounded by paper, not cut out of a larger
+// picture).
 //
 // IsTextImage counts accepted boxes. Nested or repeated contours of one
 // word give near-identical boxes (corners within 9 px, sizes within 20
@@ -66,8 +68,8 @@ int JudgeByEdgeContrast(const cv::Mat& grey, VpRect rect, int flag) {
     if (grey.empty() || grey.depth() != CV_8U || grey.channels() != 1) return 0;
     const cv::Rect area = TextBlockCrop(rect, grey.size());
     if (area.x >= grey.cols || area.y >= grey.rows || area.width < 1 || area.height < 1) return 0;
-    cv::Mat crop = grey(area).clone();
-    cv::threshold(crop, crop, 180.0, 255.0, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    cv::Mat crop;
+    cv::threshold(grey(area), crop, 180.0, 255.0, cv::THRESH_BINARY | cv::THRESH_OTSU);
     if (JudegByContrast(crop) == 0) return 0;
     if (flag >= 0) return 1;
     return JudegByImageSideContrast(crop);
