@@ -109,14 +109,26 @@ bool ShowAsViewed(VPHandle engine, int32_t orientation) {
     return true;
 }
 
-bool CopyPhotograph(VPHandle engine, tagVPImage* record) {
+namespace {
+
+bool CopyImage(const cv::Mat& image, tagVPImage* record) {
     int32_t w = 0, h = 0;
-    if (!PhotographSize(engine, &w, &h) || record->width != w || record->height != h) return false;
+    if (!SizeOf(image, &w, &h) || record->width != w || record->height != h) return false;
     try {
-        return CopyCvImage2VPImageBuffer(engine->source, record) == 1;
+        return CopyCvImage2VPImageBuffer(image, record) == 1;
     } catch (...) {
         return false;
     }
+}
+
+}  // namespace
+
+bool CopyPhotograph(VPHandle engine, tagVPImage* record) {
+    return engine != nullptr && CopyImage(engine->source, record);
+}
+
+bool CopyEnhancedPage(VPHandle engine, tagVPImage* record) {
+    return engine != nullptr && CopyImage(engine->enhancedImage, record);
 }
 
 }  // namespace scrivo::session

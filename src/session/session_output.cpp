@@ -276,12 +276,15 @@ int32_t EnhanceAndEncode(QvSession* s, VPHandle engine, int32_t method, uint8_t*
     // The bytes are made at the size of the last size query: before any
     // query, or after one for other corners, the page would not fit.
     if (s->m_lRectifiedWidth != w || s->m_lRectifiedHeight != h) return QV_SESSION_NOT_SIZED;
+    // The page's four-byte block is made once the enhancement's own working
+    // images are gone: it would otherwise add to the capture's peak.
+    tagVPImage* none = nullptr;
+    if (!VPEnhancement(engine, method, &none) || !Delivered(EnhancedPageSize, engine, w, h))
+        return QV_SESSION_FAILED;
     std::vector<uint8_t> pixels;
     if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
     tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
-    tagVPImage* out = &rec;
-    if (!VPEnhancement(engine, method, &out) || !Delivered(EnhancedPageSize, engine, w, h))
-        return QV_SESSION_FAILED;
+    if (!scrivo::session::CopyEnhancedPage(engine, &rec)) return QV_SESSION_FAILED;
     return scrivo::session::EncodePage(s, pixels.data(), w, h, "JNI_GetEnhancedImageData", data,
                                        length)
                ? QV_SESSION_OK
