@@ -215,16 +215,23 @@ void BM_JpegEncodeStages(benchmark::State& state) {
             lap(0, t);
             sj::DownsampleMcuRow(e);
             lap(1, t);
-            for (int mx = 0, b = 0; mx < e->mcusX; ++mx)
-                for (int c = 0; c < 3; ++c)
-                    for (int by = 0; by < e->comp[c].v; ++by)
-                        for (int bx = 0; bx < e->comp[c].h; ++bx, ++b)
-                            masks[b] = sj::BlockCodeFloatAt(
-                                level,
-                                e->plane[c].data() + by * 8 * e->planeStride[c] +
-                                    (mx * e->comp[c].h + bx) * 8,
-                                e->planeStride[c], e->scale[e->comp[c].quantTbl].recip,
-                                &zz[size_t(b) * 64]);
+            for (int mx = 0, b = 0; mx < e->mcusX; ++mx) {
+                for (int c = 0; c < 3; ++c) {
+                    const sj::QuantScale& qs = e->scale[e->comp[c].quantTbl];
+                    const int stride = e->planeStride[c];
+                    for (int by = 0; by < e->comp[c].v; ++by, b += e->comp[c].h) {
+                        const uint8_t* src =
+                            e->plane[c].data() + by * 8 * stride + mx * e->comp[c].h * 8;
+                        if (e->comp[c].h == 2) {
+                            sj::BlockCodeFloatPairAt(level, src, stride, qs, &zz[size_t(b) * 64],
+                                                     &masks[b]);
+                        } else {
+                            masks[b] = sj::BlockCodeFloatAt(level, src, stride, qs.recip,
+                                                            &zz[size_t(b) * 64]);
+                        }
+                    }
+                }
+            }
             lap(2, t);
             for (int mx = 0, b = 0; mx < e->mcusX; ++mx) {
                 e->out.Reserve(8192);

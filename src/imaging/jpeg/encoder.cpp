@@ -97,7 +97,8 @@ MRESULT WriteHeader(Encoder* e, uint32_t format) {
 MRESULT EncodeMcuRow(Encoder* e) {
     for (int r = e->rowInMcuRow; r < e->rowsPerMcuRow; ++r) ReplicateRow(e, e->rowInMcuRow - 1, r);
     DownsampleMcuRow(e);
-    alignas(64) int16_t zz[64];
+    alignas(64) int16_t zz[128];
+    uint64_t masks[2];
     const bool fast = e->qualityMode == 0;
     const int level = BlockCoderLevel();
     for (int mx = 0; mx < e->mcusX; ++mx) {
@@ -110,6 +111,13 @@ MRESULT EncodeMcuRow(Encoder* e) {
             const QuantScale& qs = e->scale[comp->quantTbl];
             const int stride = e->planeStride[c];
             for (int by = 0; by < comp->v; ++by) {
+                if (fast && comp->h == 2) {
+                    const uint8_t* src = e->plane[c].data() + ptrdiff_t(by * 8) * stride + mx * 16;
+                    BlockCodeFloatPairAt(level, src, stride, qs, zz, masks);
+                    EncodeBlock(e, zz, masks[0], comp);
+                    EncodeBlock(e, zz + 64, masks[1], comp);
+                    continue;
+                }
                 for (int bx = 0; bx < comp->h; ++bx) {
                     const uint8_t* src =
                         e->plane[c].data() + ptrdiff_t(by * 8) * stride + (mx * comp->h + bx) * 8;

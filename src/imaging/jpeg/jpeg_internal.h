@@ -94,6 +94,7 @@ struct Component {
 // BuildQuantScale).
 struct QuantScale {
     float recip[64];       // transposed layout, see fdct.cpp
+    float recipPair[128];  // each row of recip twice, for two blocks at once
     uint16_t divisor[64];  // natural order: 8 x table entry
     uint32_t divMul[64];
     uint32_t divShift[64];
@@ -162,6 +163,11 @@ uint64_t BlockCodeFloat(const uint8_t* src, int stride, const float* recip, int1
 uint64_t BlockCodeFloatAt(int level, const uint8_t* src, int stride, const float* recip,
                           int16_t* zz);
 uint64_t BlockCodeFloatScalar(const uint8_t* src, int stride, const float* recip, int16_t* zz);
+// Codes the two horizontally adjacent blocks at src and src + 8 into zz[0]
+// ... zz[127], their masks into masks[0] and masks[1]: the same as two
+// BlockCodeFloatAt calls, faster at level 2.
+void BlockCodeFloatPairAt(int level, const uint8_t* src, int stride, const QuantScale& qs,
+                          int16_t* zz, uint64_t* masks);
 // Mode 1, the integer coder (fdct_int.cpp), with levels as above.
 uint64_t BlockCodeIntAt(int level, const uint8_t* src, int stride, const QuantScale& qs,
                         int16_t* zz);

@@ -102,6 +102,7 @@ void BuildQuantScale(const uint16_t* table, QuantScale* out) {
         for (int v = 0; v < 8; ++v) {
             const int n = u * 8 + v;
             out->recip[v * 8 + u] = float(1.0 / (double(table[n]) * kAan[u] * kAan[v] * 8.0));
+            out->recipPair[v * 16 + u] = out->recipPair[v * 16 + 8 + u] = out->recip[v * 8 + u];
             out->divisor[n] = uint16_t(table[n] * 8);
             // With 2^(L-1) < d <= 2^L, s = 15 + L and m = ceil(2^s / d),
             // floor(x m / 2^s) = floor(x / d) for every x < 2^15: m d - 2^s

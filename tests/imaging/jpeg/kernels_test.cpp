@@ -85,3 +85,34 @@ TEST(JpegKernels, DivisionByMultiplyIsExact) {
         }
     }
 }
+
+// Two adjacent blocks coded at once equal the two blocks coded one by one.
+TEST(JpegKernels, FloatCoderPairs) {
+    std::mt19937 rng(6);
+    uint16_t ones[64], fine[64];
+    for (int i = 0; i < 64; ++i) ones[i] = 1;
+    ScaleQuantTable(jpg_std_luminance_quant_tbl, 20, fine);
+    QuantScale qs[2];
+    BuildQuantScale(ones, &qs[0]);
+    BuildQuantScale(fine, &qs[1]);
+    // Random bytes, photograph-like noise around a level (where products
+    // land near the rounding boundaries), and 0 / 255 mixtures.
+    uint8_t px[8 * 19];
+    for (int iter = 0; iter < 20000; ++iter) {
+        const int kind = iter % 3, base = int(rng() % 200);
+        for (uint8_t& p : px)
+            p = uint8_t(kind == 0 ? rng() : kind == 1 ? base + rng() % 24 : (rng() & 1) * 255);
+        for (const QuantScale& q : qs) {
+            alignas(64) int16_t ref[128], pair[128];
+            uint64_t refMasks[2], masks[2];
+            refMasks[0] = BlockCodeFloatScalar(px, 19, q.recip, ref);
+            refMasks[1] = BlockCodeFloatScalar(px + 8, 19, q.recip, ref + 64);
+            for (int level = 0; level <= BlockCoderLevel(); ++level) {
+                BlockCodeFloatPairAt(level, px, 19, q, pair, masks);
+                ASSERT_EQ(std::memcmp(ref, pair, sizeof(ref)), 0) << level << " " << iter;
+                ASSERT_EQ(masks[0], refMasks[0]);
+                ASSERT_EQ(masks[1], refMasks[1]);
+            }
+        }
+    }
+}
