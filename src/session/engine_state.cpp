@@ -127,6 +127,10 @@ bool CopyPhotograph(VPHandle engine, tagVPImage* record) {
     return engine != nullptr && CopyImage(engine->source, record);
 }
 
+bool CopyRectifiedPage(VPHandle engine, tagVPImage* record) {
+    return engine != nullptr && CopyImage(engine->rectifiedImage, record);
+}
+
 bool CopyEnhancedPage(VPHandle engine, tagVPImage* record) {
     return engine != nullptr && CopyImage(engine->enhancedImage, record);
 }

@@ -122,7 +122,9 @@ bool ShowAsViewed(VPHandle engine, int32_t orientation);
 
 /* Copies the engine's photograph into a 4-channel record of its size. */
 bool CopyPhotograph(VPHandle engine, tagVPImage* record);
-/* Copies the engine's enhanced page into a 4-channel record of its size. */
+/* Copies the engine's rectified or enhanced page into a 4-channel record of
+ * its size. */
+bool CopyRectifiedPage(VPHandle engine, tagVPImage* record);
 bool CopyEnhancedPage(VPHandle engine, tagVPImage* record);
 
 }  // namespace scrivo::session

@@ -250,14 +250,19 @@ extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
     int32_t w = 0, h = 0;
     if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return RefusedCorners(engine, quad);
-    std::vector<uint8_t> pixels;
-    if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
-    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
+    // The page's four-byte block is made after the warp, not beside the
+    // photograph and the page while it runs (the capture's peak); the engine
+    // is given a record without pixels, which it fills with nothing.
+    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, nullptr};
     tagVPImage* out = &rec;
     uint32_t t0 = MGetCurTimeStamp();
     const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
     if (!ok || !Delivered(RectifiedPageSize, engine, w, h)) return QV_SESSION_FAILED;
+    std::vector<uint8_t> pixels;
+    if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
+    rec.data = pixels.data();
+    if (!scrivo::session::CopyRectifiedPage(engine, &rec)) return QV_SESSION_FAILED;
     t0 = MGetCurTimeStamp();
     const int32_t delivered = scrivo::session::EncodePage(
         s, pixels.data(), w, h, "JNI_GetRectifiedImageData", data, length);
