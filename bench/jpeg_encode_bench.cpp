@@ -215,22 +215,18 @@ void BM_JpegEncodeStages(benchmark::State& state) {
             lap(0, t);
             sj::DownsampleMcuRow(e);
             lap(1, t);
-            for (int mx = 0, b = 0; mx < e->mcusX; ++mx) {
-                for (int c = 0; c < 3; ++c) {
-                    const sj::QuantScale& qs = e->scale[e->comp[c].quantTbl];
-                    const int stride = e->planeStride[c];
-                    for (int by = 0; by < e->comp[c].v; ++by, b += e->comp[c].h) {
-                        const uint8_t* src =
-                            e->plane[c].data() + by * 8 * stride + mx * e->comp[c].h * 8;
-                        if (e->comp[c].h == 2) {
-                            sj::BlockCodeFloatPairAt(level, src, stride, qs, &zz[size_t(b) * 64],
-                                                     &masks[b]);
-                        } else {
-                            masks[b] = sj::BlockCodeFloatAt(level, src, stride, qs.recip,
-                                                            &zz[size_t(b) * 64]);
-                        }
-                    }
+            // As the encoder does in 4:2:0: the luminance blocks in pairs
+            // side by side, then Cb with Cr.
+            const sj::QuantScale &qy = e->scale[0], &qc = e->scale[1];
+            for (int mx = 0, b = 0; mx < e->mcusX; ++mx, b += 6) {
+                for (int by = 0; by < 2; ++by) {
+                    const uint8_t* src = e->plane[0].data() + by * 8 * e->planeStride[0] + mx * 16;
+                    sj::BlockCodeFloatPairAt(level, src, src + 8, e->planeStride[0], qy,
+                                             &zz[size_t(b + 2 * by) * 64], &masks[b + 2 * by]);
                 }
+                sj::BlockCodeFloatPairAt(level, e->plane[1].data() + mx * 8,
+                                         e->plane[2].data() + mx * 8, e->planeStride[1], qc,
+                                         &zz[size_t(b + 4) * 64], &masks[b + 4]);
             }
             lap(2, t);
             for (int mx = 0, b = 0; mx < e->mcusX; ++mx) {

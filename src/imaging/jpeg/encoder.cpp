@@ -94,6 +94,9 @@ MRESULT WriteHeader(Encoder* e, uint32_t format) {
     return 0;
 }
 
+// The float coder takes blocks two at a time where it can: the two halves
+// of a double-width luminance row of an MCU, and an MCU's Cb and Cr blocks
+// (one each, same table).
 MRESULT EncodeMcuRow(Encoder* e) {
     for (int r = e->rowInMcuRow; r < e->rowsPerMcuRow; ++r) ReplicateRow(e, e->rowInMcuRow - 1, r);
     DownsampleMcuRow(e);
@@ -101,6 +104,16 @@ MRESULT EncodeMcuRow(Encoder* e) {
     uint64_t masks[2];
     const bool fast = e->qualityMode == 0;
     const int level = BlockCoderLevel();
+    auto codeTwo = [&](const uint8_t* a, const uint8_t* b, int stride, Component* ca,
+                       Component* cb) {
+        BlockCodeFloatPairAt(level, a, b, stride, e->scale[ca->quantTbl], zz, masks);
+        EncodeBlock(e, zz, masks[0], ca);
+        EncodeBlock(e, zz + 64, masks[1], cb);
+    };
+    const bool chromaPairs = fast && e->numComps == 3 && e->comp[1].h == 1 && e->comp[1].v == 1 &&
+                             e->comp[2].h == 1 && e->comp[2].v == 1 &&
+                             e->comp[1].quantTbl == e->comp[2].quantTbl &&
+                             e->planeStride[1] == e->planeStride[2];
     for (int mx = 0; mx < e->mcusX; ++mx) {
         if (!e->out.Reserve(8192)) return MD_CERR_STREAM;
         if (e->restartInterval && e->mcuCount && e->mcuCount % uint32_t(e->restartInterval) == 0)
@@ -110,17 +123,19 @@ MRESULT EncodeMcuRow(Encoder* e) {
             Component* comp = &e->comp[c];
             const QuantScale& qs = e->scale[comp->quantTbl];
             const int stride = e->planeStride[c];
+            if (c == 1 && chromaPairs) {
+                codeTwo(e->plane[1].data() + mx * 8, e->plane[2].data() + mx * 8, stride, comp,
+                        &e->comp[2]);
+                break;
+            }
             for (int by = 0; by < comp->v; ++by) {
+                const uint8_t* row = e->plane[c].data() + ptrdiff_t(by * 8) * stride;
                 if (fast && comp->h == 2) {
-                    const uint8_t* src = e->plane[c].data() + ptrdiff_t(by * 8) * stride + mx * 16;
-                    BlockCodeFloatPairAt(level, src, stride, qs, zz, masks);
-                    EncodeBlock(e, zz, masks[0], comp);
-                    EncodeBlock(e, zz + 64, masks[1], comp);
+                    codeTwo(row + mx * 16, row + mx * 16 + 8, stride, comp, comp);
                     continue;
                 }
                 for (int bx = 0; bx < comp->h; ++bx) {
-                    const uint8_t* src =
-                        e->plane[c].data() + ptrdiff_t(by * 8) * stride + (mx * comp->h + bx) * 8;
+                    const uint8_t* src = row + (mx * comp->h + bx) * 8;
                     const uint64_t mask = fast ? BlockCodeFloatAt(level, src, stride, qs.recip, zz)
                                                : BlockCodeIntAt(level, src, stride, qs, zz);
                     EncodeBlock(e, zz, mask, comp);

@@ -153,11 +153,9 @@ SCRIVO_AVX512 uint64_t BlockCodeFloatAvx512(const uint8_t* src, int stride, cons
     return ZigZagAvx512(q, kTransposedIdx, zz);
 }
 
-// Two horizontally adjacent blocks at once, one in each 256-bit half of
-// sixteen-lane registers: per lane the same operations in the same order
-// as FloatDctAvx2 and QuantiseAvx2. (Zero-masked forms with a full mask
-// where GCC 12 warns about the undefined pass-through operand of the plain
-// ones.)
+// Two blocks at once, one in each 256-bit half of sixteen-lane registers: per lane the same
+// operations in the same order as FloatDctAvx2 and QuantiseAvx2. (Zero-masked forms with a full
+// mask where GCC 12 warns about the undefined pass-through operand of the plain ones.)
 struct V16 {
     __m512 v;
 };
@@ -208,13 +206,15 @@ SCRIVO_AVX512 inline void TransposePair(V16* r) {
     }
 }
 
-SCRIVO_AVX512 void BlockCodeFloatPairAvx512(const uint8_t* src, int stride, const QuantScale& qs,
-                                            int16_t* zz, uint64_t* masks) {
+SCRIVO_AVX512 void BlockCodeFloatPairAvx512(const uint8_t* a, const uint8_t* b, int stride,
+                                            const QuantScale& qs, int16_t* zz, uint64_t* masks) {
     const __mmask16 all = 0xFFFF;
     const __m512i c128 = _mm512_set1_epi32(128);
     V16 r[8];
     for (int y = 0; y < 8; ++y) {
-        const __m128i px = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + y * stride));
+        const __m128i px =
+            _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a + y * stride)),
+                               _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b + y * stride)));
         r[y].v = _mm512_maskz_cvtepi32_ps(
             all, _mm512_sub_epi32(_mm512_maskz_cvtepu8_epi32(all, px), c128));
     }
@@ -297,13 +297,13 @@ uint64_t BlockCodeFloatAt(int level, const uint8_t* src, int stride, const float
     return BlockCodeFloatScalar(src, stride, recip, zz);
 }
 
-void BlockCodeFloatPairAt(int level, const uint8_t* src, int stride, const QuantScale& qs,
-                          int16_t* zz, uint64_t* masks) {
+void BlockCodeFloatPairAt(int level, const uint8_t* a, const uint8_t* b, int stride,
+                          const QuantScale& qs, int16_t* zz, uint64_t* masks) {
 #ifdef SCRIVO_JPEG_X86
-    if (level >= 2) return BlockCodeFloatPairAvx512(src, stride, qs, zz, masks);
+    if (level >= 2) return BlockCodeFloatPairAvx512(a, b, stride, qs, zz, masks);
 #endif
-    masks[0] = BlockCodeFloatAt(level, src, stride, qs.recip, zz);
-    masks[1] = BlockCodeFloatAt(level, src + 8, stride, qs.recip, zz + 64);
+    masks[0] = BlockCodeFloatAt(level, a, stride, qs.recip, zz);
+    masks[1] = BlockCodeFloatAt(level, b, stride, qs.recip, zz + 64);
 }
 
 uint64_t BlockCodeFloat(const uint8_t* src, int stride, const float* recip, int16_t* zz) {

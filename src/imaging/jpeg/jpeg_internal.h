@@ -163,11 +163,11 @@ uint64_t BlockCodeFloat(const uint8_t* src, int stride, const float* recip, int1
 uint64_t BlockCodeFloatAt(int level, const uint8_t* src, int stride, const float* recip,
                           int16_t* zz);
 uint64_t BlockCodeFloatScalar(const uint8_t* src, int stride, const float* recip, int16_t* zz);
-// Codes the two horizontally adjacent blocks at src and src + 8 into zz[0]
-// ... zz[127], their masks into masks[0] and masks[1]: the same as two
-// BlockCodeFloatAt calls, faster at level 2.
-void BlockCodeFloatPairAt(int level, const uint8_t* src, int stride, const QuantScale& qs,
-                          int16_t* zz, uint64_t* masks);
+// Codes two blocks with the same row stride and table, at a and b, into
+// zz[0] ... zz[127], their masks into masks[0] and masks[1]: the same as
+// two BlockCodeFloatAt calls, faster at level 2.
+void BlockCodeFloatPairAt(int level, const uint8_t* a, const uint8_t* b, int stride,
+                          const QuantScale& qs, int16_t* zz, uint64_t* masks);
 // Mode 1, the integer coder (fdct_int.cpp), with levels as above.
 uint64_t BlockCodeIntAt(int level, const uint8_t* src, int stride, const QuantScale& qs,
                         int16_t* zz);
