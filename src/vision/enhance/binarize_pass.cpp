@@ -16,6 +16,7 @@
 // through platform/cpu_features.h. All buffers are made once per page.
 // Windows of 2^8 and more leave no room for a tile's inner part: only the
 // margin is painted, as the tile loop would (it could not advance).
+#include <algorithm>
 #include <vector>
 
 #include "platform/cpu_features.h"
@@ -26,14 +27,19 @@ using namespace binarize_detail;
 
 namespace {
 
+// The reference kernels are plain loops, kept apart where a loop would
+// otherwise not vectorise, so that a processor without a dedicated kernel
+// still gets what its compiler can make of them.
 void SlidePrefixReference(const uint8_t* add, const uint8_t* drop, uint32_t* col, uint32_t* col2,
                           uint32_t* P, uint32_t* P2, int width) {
-    uint32_t run = 0, run2 = 0;
-    P[0] = P2[0] = 0;
     for (int c = 0; c < width; ++c) {
         const uint32_t a = add[c], d = drop[c];
         col[c] += a - d;
         col2[c] += a * a - d * d;
+    }
+    uint32_t run = 0, run2 = 0;
+    P[0] = P2[0] = 0;
+    for (int c = 0; c < width; ++c) {
         run += col[c];
         run2 += col2[c];
         P[c + 1] = run;
@@ -41,10 +47,32 @@ void SlidePrefixReference(const uint8_t* add, const uint8_t* drop, uint32_t* col
     }
 }
 
+// WindowPixel in three loops over a stretch of columns: mean and variance,
+// the square-root lookup, the threshold and the flat test.
 void RenderReference(const uint32_t* P, const uint32_t* P2, int span, int count, int shift,
                      int32_t K, const int32_t* sqrtTable, const uint8_t* in, uint8_t* out) {
-    for (int i = 0; i < count; ++i) {
-        out[i] = WindowPixel(in[i], P[i + span] - P[i], P2[i + span] - P2[i], shift, K, sqrtTable);
+    constexpr int kStretch = 256;
+    int32_t mean[kStretch], deviation[kStretch];
+    for (int start = 0; start < count; start += kStretch) {
+        const int n = std::min(kStretch, count - start);
+        const uint32_t* p = P + start;
+        const uint32_t* p2 = P2 + start;
+        for (int i = 0; i < n; ++i) {
+            const uint32_t S = p[i + span] - p[i], Q = p2[i + span] - p2[i];
+            mean[i] = static_cast<int32_t>(S) >> shift;
+            const int32_t square = static_cast<int32_t>(S * S) >> shift;
+            const int32_t v = static_cast<int32_t>(Q - static_cast<uint32_t>(square)) >> shift;
+            deviation[i] = v < 0 ? 0 : (v > kMaxVariance ? kMaxVariance : v);
+        }
+        for (int i = 0; i < n; ++i) deviation[i] = sqrtTable[deviation[i]];
+        for (int i = 0; i < n; ++i) {
+            const int32_t m = mean[i], s = deviation[i];
+            const bool flat = (m > 64 && s <= 2) | (m <= 64 && s >= 2 && s <= 9);
+            const uint32_t scale = static_cast<uint32_t>(K * (s - 128) + (1 << 23));
+            const int32_t T = static_cast<int32_t>(static_cast<uint32_t>(m) * scale) >> 23;
+            const int32_t pixel = in[start + i];
+            out[start + i] = static_cast<uint8_t>(flat || pixel > T ? 255 : pixel);
+        }
     }
 }
 
