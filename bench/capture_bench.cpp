@@ -147,10 +147,15 @@ size_t Ours(MHAMCM m, const Bytes& jpeg, int32_t method, double* stages) {
         uint8_t* data = nullptr;
         int32_t len = 0;
         int32_t r = QvSession_GetRectifiedImageSize(s, h, quad, 4, &w, &hh);
-        PageBitmap page(w, hh);
-        QvBitmapAccess access = page.Access();
         if (r == 0 && method == 0) r = QvSession_GetRectifiedImageData(s, h, quad, 4, &data, &len);
-        if (r == 0 && method != 0) r = QvSession_GetRectifiedImage(s, h, quad, 4, &access);
+        if (r == 0 && method != 0) {
+            // A host that wants only the enhanced page lets go of the
+            // rectified bitmap before enhancing (the engine keeps its page)
+            PageBitmap page(w, hh);
+            QvBitmapAccess access = page.Access();
+            r = QvSession_GetRectifiedImage(s, h, quad, 4, &access);
+            if (r == 0) r = QvSession_ReleasePhotograph(s, h);  // and of the photograph
+        }
         const auto t3 = method == 0 ? marks.rectified : Clock::now();
         if (r == 0 && method != 0) r = QvSession_GetEnhancedImageData(s, h, method, &data, &len);
         const auto t4 = Clock::now();
@@ -158,6 +163,8 @@ size_t Ours(MHAMCM m, const Bytes& jpeg, int32_t method, double* stages) {
         QvSession_FreeData(data);
         double enhance = 0.0;
         if (r == 0 && method != 0 && stages) {
+            PageBitmap page(w, hh);
+            QvBitmapAccess access = page.Access();
             const auto e0 = Clock::now();
             QvSession_GetEnhancedImage(s, h, method, &access);
             enhance = Ms(Clock::now() - e0);

@@ -198,6 +198,17 @@ SCRIVO_API void QvSession_FreeData(uint8_t* data);
  * and so is the EXIF block: 5. A null session: 2. */
 SCRIVO_API int32_t QvSession_ReleaseEngine(QvSession* session, VPHandle engine);
 
+/* Frees the engine's copy of the photograph once its page is rectified and
+ * no other corners will be tried (a one-shot capture): the photograph is
+ * the largest block a capture holds, and the page, its sizes and its
+ * enhancements need only the rectified page. Afterwards the steps that need
+ * the photograph (page search, text direction, size query, rectification,
+ * the photograph's own size and pixels) answer 1, as after any reduction
+ * that freed it. 0 done (also when it was freed already); 2 a null
+ * session; 5 unknown engine; 6 nothing rectified yet, so the photograph is
+ * kept. */
+SCRIVO_API int32_t QvSession_ReleasePhotograph(QvSession* session, VPHandle engine);
+
 /* The photograph as the engine holds it, as a viewer shows it: its size,
  * and its pixels copied into the caller's RGBA bitmap of that size (for
  * drawing corners on it). 0 done; 1 the engine no longer holds it (a

@@ -133,7 +133,8 @@ scrivo_status Render(QvSession* session, VPHandle engine, const tagVPPoint corne
     const scrivo_status st = FromSession(
         QvSession_GetRectifiedImage(session, engine, corners, 4, &access), SCRIVO_ERR_RECTIFY);
     if (st != SCRIVO_OK) return st;
-    rectified.pixels.reset();  // the engine keeps its own rectified page
+    rectified.pixels.reset();                      // the engine keeps its own rectified page
+    QvSession_ReleasePhotograph(session, engine);  // one shot: no other corners follow
     return FromSession(
         QvSession_GetEnhancedImageData(session, engine, method, &page->data, &page->length),
         SCRIVO_ERR_ENHANCE);

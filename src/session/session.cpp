@@ -188,6 +188,7 @@ extern "C" int32_t QvSession_FindPageVertex(QvSession* s, VPHandle engine, tagVP
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_FindPageVertex in <----");
     if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
     if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {};
     const uint32_t t0 = MGetCurTimeStamp();
@@ -207,6 +208,7 @@ extern "C" int32_t QvSession_GetRectifiedImageSize(QvSession* s, VPHandle engine
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImageSize in <----");
     if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
     if (count != 4 || points == nullptr || width == nullptr || height == nullptr)
         return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
@@ -235,6 +237,15 @@ extern "C" int32_t QvSession_ReleaseEngine(QvSession* s, VPHandle engine) {
     MLogPrint(MLOG_DEBUG, "ReleaseExifInfo in <----");
     s->DropExif();
     MLogPrint(MLOG_DEBUG, "ReleaseExifInfo out ---->");
+    return QV_SESSION_OK;
+}
+
+extern "C" int32_t QvSession_ReleasePhotograph(QvSession* s, VPHandle engine) {
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    int32_t w = 0, h = 0;
+    if (!scrivo::session::RectifiedPageSize(engine, &w, &h)) return QV_SESSION_NOT_RECTIFIED;
+    VPReduceDocuviaClient(&engine, VP_REDUCE_SOURCE);
     return QV_SESSION_OK;
 }
 

@@ -103,6 +103,13 @@ MRESULT SaveJpeg(MHAMCM manager, MHStream stream, const MBITMAP* bitmap, int32_t
  * checks agree with what the engine will do whatever was called on it.
  * Each is false (sizes untouched) when the engine holds no such image. */
 bool PhotographSize(VPHandle engine, int32_t* width, int32_t* height);
+/* False once QvSession_ReleasePhotograph freed the photograph: the steps
+ * that need it answer 1 before the engine is asked (its page search would
+ * otherwise take the rectified page for a new photograph). */
+inline bool HoldsPhotograph(VPHandle engine) {
+    int32_t w = 0, h = 0;
+    return PhotographSize(engine, &w, &h);
+}
 /* The page that enhancement starts from: the rectified one. */
 bool RectifiedPageSize(VPHandle engine, int32_t* width, int32_t* height);
 bool EnhancedPageSize(VPHandle engine, int32_t* width, int32_t* height);

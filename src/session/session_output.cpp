@@ -175,6 +175,7 @@ extern "C" int32_t QvSession_GetRectifiedImage(QvSession* s, VPHandle engine,
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage in <----");
     if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
     std::unique_ptr<tagVPImage> rec(new (std::nothrow) tagVPImage{});
     if (!rec) return QV_SESSION_NO_BITMAP;
     if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
@@ -246,6 +247,7 @@ extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine
     // The bitmap step's entry line: the host's log readers expect it here.
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage in <----");
     if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
     if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
     int32_t w = 0, h = 0;

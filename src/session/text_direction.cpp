@@ -45,6 +45,7 @@ extern "C" int32_t QvSession_DetectTextDirection(QvSession* s, VPHandle engine,
                                                  int32_t* height) {
     if (!s) return QV_SESSION_BAD_ARGUMENT;
     if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
     if (count != 4 || points == nullptr || upright == nullptr || turn == nullptr)
         return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint given[4] = {points[0], points[1], points[2], points[3]};

@@ -79,6 +79,39 @@ TEST(SessionMisuse, StepsOutOfOrderDeliverNoPage) {
     EXPECT_EQ(c.EnhancedData(f), 0);
 }
 
+TEST(SessionMisuse, AReleasedPhotographLeavesThePageAndRefusesTheRest) {
+    Capture c;
+    VPHandle e = c.Engine();
+    EXPECT_EQ(QvSession_ReleasePhotograph(c.s, e), QV_SESSION_NOT_RECTIFIED);  // kept
+    EXPECT_EQ(QvSession_ReleasePhotograph(nullptr, e), QV_SESSION_BAD_ARGUMENT);
+    EXPECT_EQ(QvSession_ReleasePhotograph(c.s, nullptr), QV_SESSION_UNKNOWN_ENGINE);
+    const tagVPPoint inner[4] = {{10, 10}, {10, 60}, {80, 60}, {80, 10}};
+    int32_t w = 0, h = 0;
+    ASSERT_EQ(QvSession_GetRectifiedImageSize(c.s, e, inner, 4, &w, &h), 0);
+    MarkedBitmap page(w, h);
+    QvBitmapAccess access = page.Access();
+    ASSERT_EQ(QvSession_GetRectifiedImage(c.s, e, inner, 4, &access), 0);
+    ASSERT_EQ(c.EnhancedData(e, VP_ENHANCE_GREY), 0);
+    ASSERT_EQ(QvSession_ReleasePhotograph(c.s, e), 0);
+    ASSERT_EQ(QvSession_ReleasePhotograph(c.s, e), 0);
+
+    // The page and everything made from it stay; the photograph's steps answer 1.
+    for (int32_t method = VP_ENHANCE_LOW; method <= VP_ENHANCE_ECONOMIC; ++method)
+        EXPECT_EQ(c.EnhancedData(e, method), 0) << method;
+    tagVPPoint found[4] = {{1, 2}, {3, 4}, {5, 6}, {7, 8}};
+    EXPECT_EQ(QvSession_FindPageVertex(c.s, e, found, 4), QV_SESSION_FAILED);
+    EXPECT_EQ(found[0].x, 1);
+    EXPECT_EQ(c.Size(e, inner), QV_SESSION_FAILED);
+    EXPECT_EQ(QvSession_GetPhotographSize(c.s, e, &w, &h), QV_SESSION_FAILED);
+    MarkedBitmap again(w, h);
+    QvBitmapAccess againAccess = again.Access();
+    EXPECT_EQ(QvSession_GetRectifiedImage(c.s, e, inner, 4, &againAccess), QV_SESSION_FAILED);
+    EXPECT_TRUE(again.Untouched());
+    EXPECT_EQ(QvSession_GetRectifiedImageData(c.s, e, inner, 4, &c.data, &c.len),
+              QV_SESSION_FAILED);
+    EXPECT_TRUE(c.data == nullptr && c.len == 0);
+}
+
 TEST(SessionMisuse, BadMethodsBitmapsAndArgumentsAreRefused) {
     Capture c;
     VPHandle e = c.Engine();
