@@ -27,7 +27,12 @@
 #include <array>
 #include <cstring>
 
+#if (defined(__x86_64__) || defined(__i386__)) && (defined(__GNUC__) || defined(__clang__))
+#include <immintrin.h>
+#endif
+
 #include "pixel/pixel.h"
+#include "platform/cpu_features.h"
 #include "scrivo/engine.h"
 
 namespace {
@@ -89,19 +94,56 @@ uint32_t VPConvertRGB24ToARGB32(const uint8_t* src, uint8_t* dst, int32_t width,
     return 1;
 }
 
+namespace {
+
+// One row of n pixels, the fourth byte of each dropped: the reference.
+void DropFourthReference(const uint8_t* s, uint8_t* d, int32_t n) {
+    for (int32_t x = 0; x < n; ++x, s += 4, d += 3) {
+        d[0] = s[0];
+        d[1] = s[1];
+        d[2] = s[2];
+    }
+}
+
+#if (defined(__x86_64__) || defined(__i386__)) && (defined(__GNUC__) || defined(__clang__))
+// Four pixels a shuffle. Each store writes 16 bytes for the 12 it means:
+// the 4 after them are written again by the next store or by the reference
+// tail, so stores stop while at least 6 pixels remain (3 x 6 >= 16) and
+// nothing past the row is ever written.
+__attribute__((target("ssse3"))) void DropFourthSsse3(const uint8_t* s, uint8_t* d, int32_t n) {
+    const __m128i pick = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+    int32_t x = 0;
+    for (; x + 6 <= n; x += 4) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4 * x));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * x), _mm_shuffle_epi8(v, pick));
+    }
+    DropFourthReference(s + 4 * x, d + 3 * x, n - x);
+}
+#define SCRIVO_DROP_FOURTH_SSSE3 1
+#endif
+
+using DropFourthRow = void (*)(const uint8_t*, uint8_t*, int32_t);
+
+DropFourthRow DropFourthKernel() {
+    static const DropFourthRow kernel = [] {
+#if defined(SCRIVO_DROP_FOURTH_SSSE3)
+        const scrivo::platform::CpuFeatures& cpu = scrivo::platform::Cpu();
+        if (cpu.avx2 && !cpu.referenceOnly) return &DropFourthSsse3;  // AVX2 implies SSSE3
+#endif
+        return &DropFourthReference;
+    }();
+    return kernel;
+}
+
+}  // namespace
+
 int Convert4ChannelsTo3Channels(const uint8_t* src, uint8_t* dst, int32_t width, int32_t height) {
     if (src == nullptr || dst == nullptr) return 0;
     if (height < 1 || width < 1) return 1;
     const ptrdiff_t dp = Align4Row(width);
-    for (int32_t y = 0; y < height; ++y) {
-        const uint8_t* s = src + static_cast<ptrdiff_t>(y) * width * 4;
-        uint8_t* d = dst + y * dp;
-        for (int32_t x = 0; x < width; ++x, s += 4, d += 3) {
-            d[0] = s[0];
-            d[1] = s[1];
-            d[2] = s[2];
-        }
-    }
+    const DropFourthRow row = DropFourthKernel();
+    for (int32_t y = 0; y < height; ++y)
+        row(src + static_cast<ptrdiff_t>(y) * width * 4, dst + y * dp, width);
     return 1;
 }
 

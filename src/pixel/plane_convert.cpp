@@ -14,6 +14,7 @@
 #include <immintrin.h>
 #endif
 
+#include "pixel/large_image.h"
 #include "pixel/pixel.h"
 #include "platform/cpu_features.h"
 
@@ -506,9 +507,9 @@ int RGB24ToYCbCr(const cv::Mat& src, cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, Plane
     const RowKernels* k = KernelsFor(kernel);
     if (k == nullptr || src.empty() || src.type() != CV_8UC3 || src.dims != 2) return 0;
     const cv::Mat in = src;  // keeps the pixels alive should a plane alias src
-    Y.create(in.size(), CV_8UC1);
-    Cr.create(in.size(), CV_8UC1);
-    Cb.create(in.size(), CV_8UC1);
+    scrivo::pixel::CreateLarge(Y, in.size(), CV_8UC1);
+    scrivo::pixel::CreateLarge(Cr, in.size(), CV_8UC1);
+    scrivo::pixel::CreateLarge(Cb, in.size(), CV_8UC1);
     const bool flat = AllContinuous({&in, &Y, &Cr, &Cb});
     const ptrdiff_t n = flat ? static_cast<ptrdiff_t>(in.total()) : in.cols;
     for (int r = 0; r < (flat ? 1 : in.rows); ++r) {
@@ -538,7 +539,7 @@ int YCbCrToRGB24(cv::Mat& dst, const cv::Mat& Y, const cv::Mat& Cr, const cv::Ma
     }
     // Own references, so that re-creating dst cannot pull a plane away.
     const cv::Mat y = Y, cr = Cr, cb = Cb;
-    dst.create(y.size(), CV_8UC3);
+    scrivo::pixel::CreateLarge(dst, y.size(), CV_8UC3);
     const bool flat = AllContinuous({&dst, &y, &cr, &cb});
     const ptrdiff_t n = flat ? static_cast<ptrdiff_t>(y.total()) : y.cols;
     for (int r = 0; r < (flat ? 1 : y.rows); ++r) {

@@ -8,7 +8,8 @@
  * decoder in bands of kBandRows into one small buffer, each band is turned
  * into three-byte rows of the engine's image by the same conversion the
  * engine's copy uses, and the engine takes the image as it is. The pixels
- * are the same bytes the copy would hold.
+ * are the same bytes the copy would hold; the image is a large one
+ * (pixel/large_image.h), whose first writes fault in 2 MiB at a time.
  *
  * Failure: a stream no registered decoder opens, a photograph the decoder
  * refuses (too many pixels, CMYK, corrupt data) or too little memory gives
@@ -17,6 +18,7 @@
 #include <opencv2/core.hpp>
 
 #include "engine/client.h"
+#include "pixel/large_image.h"
 #include "pixel/pixel.h"
 #include "session/session_internal.h"
 
@@ -48,7 +50,8 @@ MRESULT DecodeIntoEngine(MHAMCM manager, MHStream stream, VPHandle* engine, int3
     if ((r = MIDec_SetProp(dec.d, MD_PROP_PIXEL_FORMAT, &rgba, 4)) != 0) return r;
     if (wh[0] <= 0 || wh[1] <= 0) return MERR_INVALID_PARAM;
     try {
-        cv::Mat photo(wh[1], wh[0], CV_8UC3);
+        cv::Mat photo;
+        scrivo::pixel::CreateLarge(photo, wh[1], wh[0], CV_8UC3);
         std::vector<uint8_t> band(static_cast<size_t>(wh[0]) * 4 * kBandRows);
         MBITMAP bm{};
         bm.pixelFormat = MPAF_RGBA8888;

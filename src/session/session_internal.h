@@ -82,6 +82,21 @@ inline int32_t Since(uint32_t t0) {
  * for a negative size or when memory runs out. */
 bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels);
 
+/* A zeroed page block of width x height x 4 bytes from the large-image
+ * memory (pixel/large_image.h), freed with it; data() is null when the size
+ * is negative or memory runs out. */
+class PageBlock {
+  public:
+    PageBlock(int32_t width, int32_t height);
+    ~PageBlock();
+    PageBlock(const PageBlock&) = delete;
+    PageBlock& operator=(const PageBlock&) = delete;
+    uint8_t* data() const { return data_; }
+
+  private:
+    uint8_t* data_ = nullptr;
+};
+
 /* Decodes the photograph in `stream` straight into a new engine's working
  * image (photo_decode.cpp) and gives its size; the decoder's result, with
  * *engine null on failure. */

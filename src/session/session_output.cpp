@@ -31,6 +31,7 @@
 #include <memory>
 #include <new>
 
+#include "pixel/large_image.h"
 #include "session/session_internal.h"
 
 using scrivo::session::EnhancedPageSize;
@@ -40,6 +41,17 @@ using scrivo::session::Since;
 using scrivo::session::StreamCloser;
 
 namespace scrivo::session {
+
+PageBlock::PageBlock(int32_t width, int32_t height) {
+    if (width < 0 || height < 0) return;
+    const size_t bytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 4;
+    data_ = static_cast<uint8_t*>(scrivo::pixel::AllocLargeBlock(bytes));
+    if (data_ != nullptr) std::memset(data_, 0, bytes);
+}
+
+PageBlock::~PageBlock() {
+    scrivo::pixel::FreeLargeBlock(data_);
+}
 
 bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels) {
     if (width < 0 || height < 0) return false;
@@ -261,8 +273,8 @@ extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine
     const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
     if (!ok || !Delivered(RectifiedPageSize, engine, w, h)) return QV_SESSION_FAILED;
-    std::vector<uint8_t> pixels;
-    if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
+    const scrivo::session::PageBlock pixels(w, h);
+    if (pixels.data() == nullptr) return QV_SESSION_NO_BITMAP;
     rec.data = pixels.data();
     if (!scrivo::session::CopyRectifiedPage(engine, &rec)) return QV_SESSION_FAILED;
     t0 = MGetCurTimeStamp();
@@ -288,8 +300,8 @@ int32_t EnhanceAndEncode(QvSession* s, VPHandle engine, int32_t method, uint8_t*
     tagVPImage* none = nullptr;
     if (!VPEnhancement(engine, method, &none) || !Delivered(EnhancedPageSize, engine, w, h))
         return QV_SESSION_FAILED;
-    std::vector<uint8_t> pixels;
-    if (!scrivo::session::AllocPixels(w, h, &pixels)) return QV_SESSION_NO_BITMAP;
+    const scrivo::session::PageBlock pixels(w, h);
+    if (pixels.data() == nullptr) return QV_SESSION_NO_BITMAP;
     tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
     if (!scrivo::session::CopyEnhancedPage(engine, &rec)) return QV_SESSION_FAILED;
     return scrivo::session::EncodePage(s, pixels.data(), w, h, "JNI_GetEnhancedImageData", data,

@@ -34,6 +34,15 @@ TEST(PixelConvert, RawBuffers) {
     EXPECT_EQ(rgba[404 + 4 * 100 + 2], out[304 + 300 + 2]);
     EXPECT_EQ(0xEE, out[303]);
     EXPECT_EQ(0xEE, out[607]);
+    // Every width around the vector kernel's steps: bytes 0..2 of each pixel
+    // in order, and not a byte past the row.
+    for (int32_t w = 1; w <= 40; ++w) {
+        std::vector<uint8_t> row(size_t(w) * 3 + 16, 0xEE);
+        ASSERT_EQ(1, Convert4ChannelsTo3Channels(rgba.data(), row.data(), w, 1));
+        for (int32_t x = 0; x < w; ++x)
+            for (int c = 0; c < 3; ++c) ASSERT_EQ(row[3 * x + c], rgba[4 * x + c]) << w << " " << x;
+        EXPECT_EQ(row[size_t(w) * 3], 0xEE) << w;
+    }
 }
 
 TEST(PixelConvert, YuvPairOnKnownPixels) {

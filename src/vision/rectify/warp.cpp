@@ -27,6 +27,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "pixel/large_image.h"
 #include "scrivo/parallel.h"
 #include "scrivo/platform.h"
 #include "vision/rectify/rectify.h"
@@ -218,7 +219,8 @@ cv::Mat GeometryRectifyWithVanishingPoint(const cv::Mat& source, const cv::Mat& 
                                           int32_t h) {
     if (!UsableImage(source) || w <= 0 || h <= 0) return cv::Mat();
     try {
-        cv::Mat out(h, w, source.type());
+        cv::Mat out;
+        scrivo::pixel::CreateLarge(out, h, w, source.type());
         if (!WarpPerspectiveCrossBorder(source, out, matrix)) return cv::Mat();
         return out;
     } catch (...) {
