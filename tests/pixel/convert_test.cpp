@@ -34,14 +34,20 @@ TEST(PixelConvert, RawBuffers) {
     EXPECT_EQ(rgba[404 + 4 * 100 + 2], out[304 + 300 + 2]);
     EXPECT_EQ(0xEE, out[303]);
     EXPECT_EQ(0xEE, out[607]);
-    // Every width around the vector kernel's steps: bytes 0..2 of each pixel
-    // in order, and not a byte past the row.
+    // Every width around the vector kernels' steps, both ways: bytes 0..2 of
+    // each pixel in order (255 added), and not a byte past the row.
     for (int32_t w = 1; w <= 40; ++w) {
         std::vector<uint8_t> row(size_t(w) * 3 + 16, 0xEE);
         ASSERT_EQ(1, Convert4ChannelsTo3Channels(rgba.data(), row.data(), w, 1));
         for (int32_t x = 0; x < w; ++x)
             for (int c = 0; c < 3; ++c) ASSERT_EQ(row[3 * x + c], rgba[4 * x + c]) << w << " " << x;
         EXPECT_EQ(row[size_t(w) * 3], 0xEE) << w;
+        std::vector<uint8_t> back(size_t(w) * 4 + 16, 0xEE);
+        ASSERT_EQ(1u, VPConvertRGB24ToARGB32(row.data(), back.data(), w, 1, w * 3, w * 4));
+        for (int32_t x = 0; x < w; ++x)
+            for (int c = 0; c < 4; ++c)
+                ASSERT_EQ(back[4 * x + c], c < 3 ? rgba[4 * x + c] : 0xFF) << w << " " << x;
+        EXPECT_EQ(back[size_t(w) * 4], 0xEE) << w;
     }
 }
 
