@@ -149,12 +149,10 @@ size_t Ours(MHAMCM m, const Bytes& jpeg, int32_t method, double* stages) {
         int32_t r = QvSession_GetRectifiedImageSize(s, h, quad, 4, &w, &hh);
         if (r == 0 && method == 0) r = QvSession_GetRectifiedImageData(s, h, quad, 4, &data, &len);
         if (r == 0 && method != 0) {
-            // A host that wants only the enhanced page lets go of the
-            // rectified bitmap before enhancing (the engine keeps its page)
-            PageBitmap page(w, hh);
-            QvBitmapAccess access = page.Access();
-            r = QvSession_GetRectifiedImage(s, h, quad, 4, &access);
-            if (r == 0) r = QvSession_ReleasePhotograph(s, h);  // and of the photograph
+            // A host that wants only the enhanced page rectifies into the
+            // engine alone, and lets the photograph go.
+            r = QvSession_Rectify(s, h, quad, 4);
+            if (r == 0) r = QvSession_ReleasePhotograph(s, h);
         }
         const auto t3 = method == 0 ? marks.rectified : Clock::now();
         if (r == 0 && method != 0) r = QvSession_GetEnhancedImageData(s, h, method, &data, &len);

@@ -249,17 +249,11 @@ Outcome Worker::Scan(const std::string& input, const std::string& output,
         }
         console.Timing(label, "rectify + encode with EXIF", watch.Lap());
     } else {
-        {
-            // Only the enhanced page is written: the rectified bitmap goes
-            // before enhancing (the engine keeps its own page), so that it
-            // does not add to the capture's peak.
-            MemoryBitmap rectified(out.pageWidth, out.pageHeight);
-            const QvBitmapAccess access = rectified.Access();
-            if (QvSession_GetRectifiedImage(session_, guard.engine, corners.data(), 4, &access) !=
-                QV_SESSION_OK) {
-                out.error = "rectification failed";
-                return out;
-            }
+        // Only the enhanced page is written: the page is rectified into the
+        // engine alone, with no bitmap to hold it a second time.
+        if (QvSession_Rectify(session_, guard.engine, corners.data(), 4) != QV_SESSION_OK) {
+            out.error = "rectification failed";
+            return out;
         }
         // No other corners will be tried: the photograph goes too.
         QvSession_ReleasePhotograph(session_, guard.engine);

@@ -158,6 +158,13 @@ SCRIVO_API int32_t QvSession_DetectTextDirection(QvSession* session, VPHandle en
 SCRIVO_API int32_t QvSession_GetRectifiedImageSize(QvSession* session, VPHandle engine,
                                                    const tagVPPoint* points, int32_t count,
                                                    int32_t* width, int32_t* height);
+/* Rectifies the page for these corners into the engine only, for a host
+ * that wants only its enhancements: no bitmap, no bytes. 0 done; 1 the
+ * corners bound no page or the rectification failed (or the photograph was
+ * released); 2 count not 4 or a null pointer; 5 unknown engine; 11 a page
+ * too small to make. */
+SCRIVO_API int32_t QvSession_Rectify(QvSession* session, VPHandle engine, const tagVPPoint* points,
+                                     int32_t count);
 /* Rectifies into the caller's RGBA bitmap, which must have the page's size
  * for these corners (as the size query reports it). 0 done; 1 the corners
  * bound no page or the rectification failed; 2 count not 4 (3 points

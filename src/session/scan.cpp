@@ -77,31 +77,6 @@ bool UsableCorners(const tagVPPoint q[4], int32_t width, int32_t height) {
     return true;
 }
 
-// A caller's bitmap that is just a block of memory of the page's size.
-struct MemoryBitmap {
-    int32_t width;
-    int32_t height;
-    std::unique_ptr<uint8_t[]> pixels;
-
-    MemoryBitmap(int32_t w, int32_t h)
-        : width(w),
-          height(h),
-          pixels(new (std::nothrow) uint8_t[static_cast<size_t>(w) * static_cast<size_t>(h) * 4]) {}
-
-    static int32_t GetInfo(void*, void* bitmap, QvBitmapInfo* info) {
-        const auto* self = static_cast<const MemoryBitmap*>(bitmap);
-        *info =
-            QvBitmapInfo{static_cast<uint32_t>(self->width), static_cast<uint32_t>(self->height),
-                         static_cast<uint32_t>(self->width) * 4, QV_BITMAP_FORMAT_RGBA_8888};
-        return 0;
-    }
-    static int32_t LockPixels(void*, void* bitmap, void** pixels) {
-        *pixels = static_cast<MemoryBitmap*>(bitmap)->pixels.get();
-        return 0;
-    }
-    QvBitmapAccess Access() { return QvBitmapAccess{this, nullptr, GetInfo, LockPixels}; }
-};
-
 // The status for a session code of a rendering step; `failed` names what
 // a plain failure of that step means.
 scrivo_status FromSession(int32_t code, scrivo_status failed) {
@@ -122,18 +97,14 @@ scrivo_status FromSession(int32_t code, scrivo_status failed) {
 }
 
 scrivo_status Render(QvSession* session, VPHandle engine, const tagVPPoint corners[4],
-                     int32_t method, PageBytes* page, scrivo_scan_result* result) {
+                     int32_t method, PageBytes* page) {
     if (method == SCRIVO_ENHANCE_NONE)
         return FromSession(QvSession_GetRectifiedImageData(session, engine, corners, 4, &page->data,
                                                            &page->length),
                            SCRIVO_ERR_RECTIFY);
-    MemoryBitmap rectified(result->width, result->height);
-    if (!rectified.pixels) return SCRIVO_ERR_NO_MEMORY;
-    const QvBitmapAccess access = rectified.Access();
-    const scrivo_status st = FromSession(
-        QvSession_GetRectifiedImage(session, engine, corners, 4, &access), SCRIVO_ERR_RECTIFY);
+    const scrivo_status st =
+        FromSession(QvSession_Rectify(session, engine, corners, 4), SCRIVO_ERR_RECTIFY);
     if (st != SCRIVO_OK) return st;
-    rectified.pixels.reset();                      // the engine keeps its own rectified page
     QvSession_ReleasePhotograph(session, engine);  // one shot: no other corners follow
     return FromSession(
         QvSession_GetEnhancedImageData(session, engine, method, &page->data, &page->length),
@@ -180,7 +151,7 @@ scrivo_status Scan(const uint8_t* jpeg, size_t length, const scrivo_scan_options
         return options.corners_given ? SCRIVO_ERR_BAD_CORNERS : SCRIVO_ERR_RECTIFY;
     QvSession_SetJpegQuality(session.s, options.jpeg_quality);
     PageBytes page;
-    const scrivo_status st = Render(session.s, engine, corners, options.enhancement, &page, result);
+    const scrivo_status st = Render(session.s, engine, corners, options.enhancement, &page);
     if (st != SCRIVO_OK) return st;
     result->jpeg = page.data;
     result->jpeg_length = static_cast<size_t>(page.length);

@@ -210,6 +210,24 @@ extern "C" int32_t QvSession_GetRectifiedImage(QvSession* s, VPHandle engine,
     return QV_SESSION_OK;
 }
 
+extern "C" int32_t QvSession_Rectify(QvSession* s, VPHandle engine, const tagVPPoint* points,
+                                     int32_t count) {
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
+    if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
+    tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
+    int32_t w = 0, h = 0;
+    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return RefusedCorners(engine, quad);
+    // A record without pixels: the engine keeps the page and copies nothing.
+    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, nullptr};
+    tagVPImage* out = &rec;
+    const uint32_t t0 = MGetCurTimeStamp();
+    const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
+    MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
+    return ok && Delivered(RectifiedPageSize, engine, w, h) ? QV_SESSION_OK : QV_SESSION_FAILED;
+}
+
 extern "C" int32_t QvSession_GetEnhancedImage(QvSession* s, VPHandle engine, int32_t method,
                                               const QvBitmapAccess* bitmap) {
     static const char kStep[] = "JNI_GetEnhancedImage";

@@ -79,7 +79,7 @@ TEST(SessionMisuse, StepsOutOfOrderDeliverNoPage) {
     EXPECT_EQ(c.EnhancedData(f), 0);
 }
 
-TEST(SessionMisuse, AReleasedPhotographLeavesThePageAndRefusesTheRest) {
+TEST(SessionMisuse, APageRectifiedAloneOutlivesItsReleasedPhotograph) {
     Capture c;
     VPHandle e = c.Engine();
     EXPECT_EQ(QvSession_ReleasePhotograph(c.s, e), QV_SESSION_NOT_RECTIFIED);  // kept
@@ -88,9 +88,8 @@ TEST(SessionMisuse, AReleasedPhotographLeavesThePageAndRefusesTheRest) {
     const tagVPPoint inner[4] = {{10, 10}, {10, 60}, {80, 60}, {80, 10}};
     int32_t w = 0, h = 0;
     ASSERT_EQ(QvSession_GetRectifiedImageSize(c.s, e, inner, 4, &w, &h), 0);
-    MarkedBitmap page(w, h);
-    QvBitmapAccess access = page.Access();
-    ASSERT_EQ(QvSession_GetRectifiedImage(c.s, e, inner, 4, &access), 0);
+    EXPECT_EQ(QvSession_Rectify(c.s, e, inner, 3), QV_SESSION_BAD_ARGUMENT);
+    ASSERT_EQ(QvSession_Rectify(c.s, e, inner, 4), 0);  // into the engine alone
     ASSERT_EQ(c.EnhancedData(e, VP_ENHANCE_GREY), 0);
     ASSERT_EQ(QvSession_ReleasePhotograph(c.s, e), 0);
     ASSERT_EQ(QvSession_ReleasePhotograph(c.s, e), 0);
@@ -106,6 +105,7 @@ TEST(SessionMisuse, AReleasedPhotographLeavesThePageAndRefusesTheRest) {
     MarkedBitmap again(w, h);
     QvBitmapAccess againAccess = again.Access();
     EXPECT_EQ(QvSession_GetRectifiedImage(c.s, e, inner, 4, &againAccess), QV_SESSION_FAILED);
+    EXPECT_EQ(QvSession_Rectify(c.s, e, inner, 4), QV_SESSION_FAILED);
     EXPECT_TRUE(again.Untouched());
     EXPECT_EQ(QvSession_GetRectifiedImageData(c.s, e, inner, 4, &c.data, &c.len),
               QV_SESSION_FAILED);
