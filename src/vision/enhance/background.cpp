@@ -35,6 +35,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "pixel/large_image.h"
 #include "vision/enhance/document.h"
 
 namespace {
@@ -156,6 +157,7 @@ void GridToPlane(cv::Mat grid, cv::Mat known, float fallback, cv::Size size, cv:
     cv::blur(grid, grid, cv::Size(3, 3), cv::Point(-1, -1), cv::BORDER_REPLICATE);
     cv::Mat bytes;
     grid.convertTo(bytes, CV_8U);
+    scrivo::pixel::CreateLarge(plane, size, bytes.type());
     cv::resize(bytes, plane, size, 0.0, 0.0, cv::INTER_LINEAR);
 }
 
@@ -194,7 +196,7 @@ void CalBackGround(const cv::Mat& Cr, const cv::Mat& Cb, const cv::Mat& Y, cv::M
 
 void GetGgFlagImage2(const cv::Mat& Y, const cv::Mat& Cr, const cv::Mat& Cb, const cv::Mat& bgY,
                      const cv::Mat& bgCr, const cv::Mat& bgCb, cv::Mat& flag) {
-    flag.create(Y.size(), CV_8UC1);
+    scrivo::pixel::CreateLarge(flag, Y.size(), CV_8UC1);
     for (int r = 0; r < Y.rows; ++r) {
         const uint8_t *y = Y.ptr<uint8_t>(r), *cr = Cr.ptr<uint8_t>(r), *cb = Cb.ptr<uint8_t>(r);
         const uint8_t *by = bgY.ptr<uint8_t>(r), *bcr = bgCr.ptr<uint8_t>(r);

@@ -24,6 +24,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "pixel/large_image.h"
+
 void CountLevels(const cv::Mat& plane, std::array<uint64_t, 256>& counts) {
     if (plane.empty() || plane.type() != CV_8UC1) return;
     // Four partial histograms keep runs of equal pixels from stalling on
@@ -121,6 +123,7 @@ void UnsharpMaskSingleChannel6(cv::Mat& Y, float amount) {
 void UnsharpMaskWithBuffer(cv::Mat& Y, float amount, cv::Mat& blurred) {
     (void)amount;
     if (Y.empty() || Y.type() != CV_8UC1) return;
+    scrivo::pixel::CreateLarge(blurred, Y.size(), Y.type());
     cv::blur(Y, blurred, cv::Size(5, 5), cv::Point(-1, -1), cv::BORDER_REPLICATE);
     for (int y = 0; y < Y.rows; ++y) {
         uint8_t* o = Y.ptr<uint8_t>(y);

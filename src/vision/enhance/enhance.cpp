@@ -25,6 +25,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "pixel/large_image.h"
 #include "pixel/pixel.h"
 #include "vision/enhance/binarize.h"
 #include "vision/enhance/color_tables.h"
@@ -47,6 +48,7 @@ cv::Mat GreyCopy(const cv::Mat& src) {
 
 cv::Mat GreyRendering(const cv::Mat& Y) {
     cv::Mat out;
+    scrivo::pixel::CreateLarge(out, Y.size(), CV_8UC3);
     cv::cvtColor(Y, out, cv::COLOR_GRAY2BGR);
     return out;
 }
@@ -153,7 +155,9 @@ void EnhancePerserveHue3(cv::Mat& Y, cv::Mat& Cr, cv::Mat& Cb, int method, char*
 cv::Mat EnhanceEconomic(cv::Mat& Y, int type) {
     if (Y.empty() || Y.type() != CV_8UC1) return cv::Mat();
     if (type == kPageDark) cv::bitwise_not(Y, Y);
-    cv::Mat binary(Y.size(), CV_8UC1, cv::Scalar(0));
+    cv::Mat binary;
+    scrivo::pixel::CreateLarge(binary, Y.size(), CV_8UC1);
+    binary.setTo(0);
     BinaryBlock(Y, binary, tem_SauvolaPara{5, 0.1f});
     return GreyRendering(binary);
 }

@@ -31,6 +31,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "pixel/large_image.h"
 #include "scrivo/parallel.h"
 #include "vision/enhance/document.h"
 
@@ -149,7 +150,7 @@ void CalIndex9(int32_t* table, int32_t L3, int32_t L4) {
 }
 
 void GetBlackFlag(const cv::Mat& Y, cv::Mat& flag) {
-    flag.create(Y.size(), CV_8UC1);
+    scrivo::pixel::CreateLarge(flag, Y.size(), CV_8UC1);
     flag.setTo(0);
     if (Y.cols < 15 || Y.rows < 15) return;
     // The seeds are dilated in place.

@@ -16,6 +16,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "pixel/large_image.h"
 #include "pixel/pixel.h"
 #include "vision/enhance/color_tables.h"
 #include "vision/enhance/enhance.h"
@@ -47,7 +48,8 @@ cv::Mat EnhanceColourByTables(const cv::Mat& src) {
     float mid = 0.0f;
     LumaTable(src, luma, &mid);
     GetCrTableLow(cv::Mat(), chroma, mid);
-    cv::Mat out(src.size(), CV_8UC3), y, cr, cb;
+    cv::Mat out, y, cr, cb;
+    scrivo::pixel::CreateLarge(out, src.size(), CV_8UC3);
     for (int top = 0; top < src.rows; top += kStripeRows) {
         RGB24ToYCbCr(Stripe(src, top), y, cr, cb);
         EnhanceImageWithTable(y, luma);
@@ -64,7 +66,8 @@ cv::Mat EnhanceGreyByTable(const cv::Mat& src) {
     unsigned char luma[256];
     float mid = 0.0f;
     LumaTable(src, luma, &mid);
-    cv::Mat out(src.size(), CV_8UC3), y;
+    cv::Mat out, y;
+    scrivo::pixel::CreateLarge(out, src.size(), CV_8UC3);
     for (int top = 0; top < src.rows; top += kStripeRows) {
         RGB24ToY(Stripe(src, top), y);
         EnhanceImageWithTable(y, luma);
