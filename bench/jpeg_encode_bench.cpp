@@ -64,14 +64,22 @@ const std::vector<uint8_t>& Photo() {
     return photo;
 }
 
-size_t EncodeOurs(const std::vector<uint8_t>& rgba, std::vector<uint8_t>& out) {
-    MHStream s = MStreamOpenFromMemoryBlock(out.data(), int32_t(out.size()));
+// Our encoder set up for the photograph (quality 90, 4:2:0) over a memory
+// stream on `out`.
+void* OpenOurs(std::vector<uint8_t>& out, MHStream* s) {
+    *s = MStreamOpenFromMemoryBlock(out.data(), int32_t(out.size()));
     void* enc = nullptr;
     ajlJpgEncoderCreate(nullptr, &enc);
-    ajlJpgEncoderAttachStream(enc, s);
+    ajlJpgEncoderAttachStream(enc, *s);
     JpgEncSetImageSize(enc, kWidth, kHeight);
     JpgSetQuality(enc, kQuality);
     JpgEncSetSampling(enc, JPG_SAMPLING_420);
+    return enc;
+}
+
+size_t EncodeOurs(const std::vector<uint8_t>& rgba, std::vector<uint8_t>& out) {
+    MHStream s = nullptr;
+    void* enc = OpenOurs(out, &s);
     MBITMAP bm{};
     bm.pixelFormat = MPAF_RGBA8888;
     bm.width = kWidth;
@@ -187,13 +195,8 @@ void BM_JpegEncodeStages(benchmark::State& state) {
         t = now;
     };
     for (auto _ : state) {
-        MHStream s = MStreamOpenFromMemoryBlock(out.data(), int32_t(out.size()));
-        void* enc = nullptr;
-        ajlJpgEncoderCreate(nullptr, &enc);
-        ajlJpgEncoderAttachStream(enc, s);
-        JpgEncSetImageSize(enc, kWidth, kHeight);
-        JpgSetQuality(enc, kQuality);
-        JpgEncSetSampling(enc, JPG_SAMPLING_420);
+        MHStream s = nullptr;
+        void* enc = OpenOurs(out, &s);
         const int32_t format = int32_t(MPAF_RGBA8888);
         ajlJpgEncoderSetProp(enc, MD_PROP_PIXARRAY_FORMAT, &format, 4);
         JpgEncWriteHeader(enc);

@@ -76,6 +76,22 @@ inline void PutYuvPixel(uint8_t* p, int32_t y, int32_t b, int32_t g, int32_t r) 
 
 namespace {
 
+// A row kernel over n pixels, and the choice between a vector kernel and
+// its reference: the vector one where the processor has AVX2 (and so
+// SSSE3) unless the reference kernels are asked for.
+using ByteRow = void (*)(const uint8_t*, uint8_t*, int32_t);
+
+ByteRow ChooseRow(ByteRow fast, ByteRow reference) {
+    const scrivo::platform::CpuFeatures& cpu = scrivo::platform::Cpu();
+    return fast != nullptr && cpu.avx2 && !cpu.referenceOnly ? fast : reference;
+}
+
+#if (defined(__x86_64__) || defined(__i386__)) && (defined(__GNUC__) || defined(__clang__))
+#define SCRIVO_SSSE3_OR(kernel) (&kernel)
+#else
+#define SCRIVO_SSSE3_OR(kernel) (nullptr)
+#endif
+
 // One row of n pixels given a fourth byte of 255: the reference.
 void AddFourthReference(const uint8_t* s, uint8_t* d, int32_t n) {
     for (int32_t x = 0; x < n; ++x, s += 3, d += 4) {
@@ -112,13 +128,7 @@ uint32_t VPConvertRGB24ToARGB32(const uint8_t* src, uint8_t* dst, int32_t width,
     // A pitch of 0 (or less) stands for the buffer convention of the side.
     const ptrdiff_t sp = srcPitch > 0 ? srcPitch : Align4Row(width);
     const ptrdiff_t dp = dstPitch > 0 ? dstPitch : static_cast<ptrdiff_t>(width) * 4;
-    static void (*const row)(const uint8_t*, uint8_t*, int32_t) = [] {
-#if (defined(__x86_64__) || defined(__i386__)) && (defined(__GNUC__) || defined(__clang__))
-        const scrivo::platform::CpuFeatures& cpu = scrivo::platform::Cpu();
-        if (cpu.avx2 && !cpu.referenceOnly) return &AddFourthSsse3;  // AVX2 implies SSSE3
-#endif
-        return &AddFourthReference;
-    }();
+    static const ByteRow row = ChooseRow(SCRIVO_SSSE3_OR(AddFourthSsse3), &AddFourthReference);
     for (int32_t y = 0; y < height; ++y) row(src + y * sp, dst + y * dp, width);
     return 1;
 }
@@ -148,21 +158,7 @@ __attribute__((target("ssse3"))) void DropFourthSsse3(const uint8_t* s, uint8_t*
     }
     DropFourthReference(s + 4 * x, d + 3 * x, n - x);
 }
-#define SCRIVO_DROP_FOURTH_SSSE3 1
 #endif
-
-using DropFourthRow = void (*)(const uint8_t*, uint8_t*, int32_t);
-
-DropFourthRow DropFourthKernel() {
-    static const DropFourthRow kernel = [] {
-#if defined(SCRIVO_DROP_FOURTH_SSSE3)
-        const scrivo::platform::CpuFeatures& cpu = scrivo::platform::Cpu();
-        if (cpu.avx2 && !cpu.referenceOnly) return &DropFourthSsse3;  // AVX2 implies SSSE3
-#endif
-        return &DropFourthReference;
-    }();
-    return kernel;
-}
 
 }  // namespace
 
@@ -170,7 +166,7 @@ int Convert4ChannelsTo3Channels(const uint8_t* src, uint8_t* dst, int32_t width,
     if (src == nullptr || dst == nullptr) return 0;
     if (height < 1 || width < 1) return 1;
     const ptrdiff_t dp = Align4Row(width);
-    const DropFourthRow row = DropFourthKernel();
+    static const ByteRow row = ChooseRow(SCRIVO_SSSE3_OR(DropFourthSsse3), &DropFourthReference);
     for (int32_t y = 0; y < height; ++y)
         row(src + static_cast<ptrdiff_t>(y) * width * 4, dst + y * dp, width);
     return 1;

@@ -210,22 +210,33 @@ extern "C" int32_t QvSession_GetRectifiedImage(QvSession* s, VPHandle engine,
     return QV_SESSION_OK;
 }
 
-extern "C" int32_t QvSession_Rectify(QvSession* s, VPHandle engine, const tagVPPoint* points,
-                                     int32_t count) {
-    if (!s) return QV_SESSION_BAD_ARGUMENT;
-    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+namespace {
+
+/* What both rectifications without a caller's bitmap do: the corners
+ * checked and sized, and the page made in the engine alone (a record
+ * without pixels, which the engine fills with nothing). */
+int32_t RectifyInEngine(VPHandle engine, const tagVPPoint* points, int32_t count, int32_t* w,
+                        int32_t* h) {
     if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
     if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
     tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
-    int32_t w = 0, h = 0;
-    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return RefusedCorners(engine, quad);
-    // A record without pixels: the engine keeps the page and copies nothing.
-    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, nullptr};
+    if (!VPGetRectifiedImageSize(engine, quad, w, h)) return RefusedCorners(engine, quad);
+    tagVPImage rec{VP_FORMAT_RGB, 4, 8, *w, *w * 4, *h, nullptr};
     tagVPImage* out = &rec;
     const uint32_t t0 = MGetCurTimeStamp();
     const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
     MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
-    return ok && Delivered(RectifiedPageSize, engine, w, h) ? QV_SESSION_OK : QV_SESSION_FAILED;
+    return ok && Delivered(RectifiedPageSize, engine, *w, *h) ? QV_SESSION_OK : QV_SESSION_FAILED;
+}
+
+}  // namespace
+
+extern "C" int32_t QvSession_Rectify(QvSession* s, VPHandle engine, const tagVPPoint* points,
+                                     int32_t count) {
+    if (!s) return QV_SESSION_BAD_ARGUMENT;
+    if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
+    int32_t w = 0, h = 0;
+    return RectifyInEngine(engine, points, count, &w, &h);
 }
 
 extern "C" int32_t QvSession_GetEnhancedImage(QvSession* s, VPHandle engine, int32_t method,
@@ -277,25 +288,16 @@ extern "C" int32_t QvSession_GetRectifiedImageData(QvSession* s, VPHandle engine
     // The bitmap step's entry line: the host's log readers expect it here.
     MLogPrint(MLOG_DEBUG, "JNI_GetRectifiedImage in <----");
     if (!s->Owns(engine)) return QV_SESSION_UNKNOWN_ENGINE;
-    if (!scrivo::session::HoldsPhotograph(engine)) return QV_SESSION_FAILED;  // released
-    if (count != 4 || points == nullptr) return QV_SESSION_BAD_ARGUMENT;
-    tagVPPoint quad[4] = {points[0], points[1], points[2], points[3]};
-    int32_t w = 0, h = 0;
-    if (!VPGetRectifiedImageSize(engine, quad, &w, &h)) return RefusedCorners(engine, quad);
     // The page's four-byte block is made after the warp, not beside the
-    // photograph and the page while it runs (the capture's peak); the engine
-    // is given a record without pixels, which it fills with nothing.
-    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, nullptr};
-    tagVPImage* out = &rec;
-    uint32_t t0 = MGetCurTimeStamp();
-    const uint32_t ok = VPRectifyVertexArea(engine, quad, &out);
-    MLogPrint(MLOG_DEBUG, "QvNote performance native VPRectifyVertexArea cost %d", Since(t0));
-    if (!ok || !Delivered(RectifiedPageSize, engine, w, h)) return QV_SESSION_FAILED;
+    // photograph and the page while it runs (the capture's peak).
+    int32_t w = 0, h = 0;
+    const int32_t made = RectifyInEngine(engine, points, count, &w, &h);
+    if (made != QV_SESSION_OK) return made;
     const scrivo::session::PageBlock pixels(w, h);
     if (pixels.data() == nullptr) return QV_SESSION_NO_BITMAP;
-    rec.data = pixels.data();
+    tagVPImage rec{VP_FORMAT_RGB, 4, 8, w, w * 4, h, pixels.data()};
     if (!scrivo::session::CopyRectifiedPage(engine, &rec)) return QV_SESSION_FAILED;
-    t0 = MGetCurTimeStamp();
+    const uint32_t t0 = MGetCurTimeStamp();
     const int32_t delivered = scrivo::session::EncodePage(
         s, pixels.data(), w, h, "JNI_GetRectifiedImageData", data, length);
     MLogPrint(MLOG_DEBUG, "QvNote performance native encode cost %d", Since(t0));
