@@ -52,6 +52,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "imaging/codec/test_jpeg.h"
 #include "peak_memory.h"
 #include "scrivo/parallel.h"
 #include "scrivo/session.h"
@@ -86,14 +87,7 @@ double Median(std::vector<double> v) {
     return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2.0;
 }
 
-struct Manager {
-    MHAMCM m = nullptr;
-    Manager() {
-        AMCM_Create(nullptr, &m);
-        MdRegisterJpegComponents(m);
-    }
-    ~Manager() { AMCM_Destroy(m); }
-};
+using codec_test::Manager;
 
 // When the session's decode and rectification timing lines passed.
 struct Marks {

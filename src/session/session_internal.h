@@ -78,13 +78,10 @@ inline int32_t Since(uint32_t t0) {
     return static_cast<int32_t>(MGetCurTimeStamp() - t0);
 }
 
-/* A zeroed block of width x height x 4 bytes for a 4-channel record; false
- * for a negative size or when memory runs out. */
-bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels);
-
-/* A zeroed page block of width x height x 4 bytes from the large-image
- * memory (pixel/large_image.h), freed with it; data() is null when the size
- * is negative or memory runs out. */
+/* A zeroed block of width x height x 4 bytes for a 4-channel record (a page
+ * or its thumbnail), from the large-image memory (pixel/large_image.h) and
+ * freed with it; data() is null when the size is negative or memory runs
+ * out. */
 class PageBlock {
   public:
     PageBlock(int32_t width, int32_t height);

@@ -53,16 +53,6 @@ PageBlock::~PageBlock() {
     scrivo::pixel::FreeLargeBlock(data_);
 }
 
-bool AllocPixels(int32_t width, int32_t height, std::vector<uint8_t>* pixels) {
-    if (width < 0 || height < 0) return false;
-    try {
-        pixels->assign(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, 0);
-    } catch (...) {
-        return false;
-    }
-    return true;
-}
-
 MRESULT SaveJpeg(MHAMCM manager, MHStream stream, const MBITMAP* bm, int32_t quality) {
     if (quality <= 0) return MdBitmapSave(manager, stream, MD_FILETYPE_JPEG, bm);
     if (!manager || !stream || !bm || !bm->plane[0] || bm->width <= 0 || bm->height <= 0)

@@ -67,14 +67,13 @@ MRESULT MakeThumbnail(QvSession* s, const MBITMAP* page, Try t, std::vector<uint
         th = static_cast<int32_t>(2 * ((H * half) / W));
     if (tw < 2) tw = 2;
     if (th < 2) th = 2;
-    std::vector<uint8_t> pixels;
-    scrivo::session::AllocPixels(tw, th, &pixels);
+    const scrivo::session::PageBlock pixels(tw, th);
     MBITMAP thumb{};
     thumb.pixelFormat = MPAF_RGBA8888;
     thumb.width = tw;
     thumb.height = th;
     thumb.pitch[0] = tw * 4;
-    thumb.plane[0] = pixels.empty() ? nullptr : pixels.data();
+    thumb.plane[0] = pixels.data();
 
     const uint32_t t0 = MGetCurTimeStamp();
     const MRESULT convRes = ConvertCS(&thumb, page, 0, 1, 2);

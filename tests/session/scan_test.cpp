@@ -85,34 +85,6 @@ TEST(Scan, BadInputGetsItsStatusAndNoBytes) {
         {"method 6", [](scrivo_scan_options* o) { o->enhancement = 6; }, SCRIVO_ERR_BAD_OPTION},
         {"quality", [](scrivo_scan_options* o) { o->jpeg_quality = 101; }, SCRIVO_ERR_BAD_OPTION},
         {"flag", [](scrivo_scan_options* o) { o->auto_rotate = 2; }, SCRIVO_ERR_BAD_OPTION},
-        {"outside",
-         [](scrivo_scan_options* o) {
-             const scrivo_point q[4] = {{0, 0}, {0, 72}, {97, 72}, {96, 0}};
-             o->corners_given = 1;
-             std::copy(q, q + 4, o->corners);
-         },
-         SCRIVO_ERR_BAD_CORNERS},
-        {"mirrored",
-         [](scrivo_scan_options* o) {
-             const scrivo_point q[4] = {{0, 0}, {96, 0}, {96, 72}, {0, 72}};
-             o->corners_given = 1;
-             std::copy(q, q + 4, o->corners);
-         },
-         SCRIVO_ERR_BAD_CORNERS},
-        {"3 x 3",
-         [](scrivo_scan_options* o) {
-             const scrivo_point q[4] = {{10, 10}, {10, 13}, {13, 13}, {13, 10}};
-             o->corners_given = 1;
-             std::copy(q, q + 4, o->corners);
-         },
-         SCRIVO_ERR_TOO_SMALL},
-        {"3 pixels wide",
-         [](scrivo_scan_options* o) {
-             const scrivo_point q[4] = {{10, 2}, {10, 70}, {13, 70}, {13, 2}};
-             o->corners_given = 1;
-             std::copy(q, q + 4, o->corners);
-         },
-         SCRIVO_ERR_TOO_SMALL},
     };
     for (const Case& c : cases) {
         scrivo_scan_options o = good;
@@ -120,6 +92,25 @@ TEST(Scan, BadInputGetsItsStatusAndNoBytes) {
         EXPECT_EQ(scrivo_scan(small.data(), small.size(), &o, &r), c.status) << c.what;
         EXPECT_TRUE(r.jpeg == nullptr && r.jpeg_length == 0) << c.what;
     }
+    // Given corners the engine cannot take.
+    const struct {
+        const char* what;
+        scrivo_point q[4];
+        scrivo_status status;
+    } corners[] = {
+        {"outside", {{0, 0}, {0, 72}, {97, 72}, {96, 0}}, SCRIVO_ERR_BAD_CORNERS},
+        {"mirrored", {{0, 0}, {96, 0}, {96, 72}, {0, 72}}, SCRIVO_ERR_BAD_CORNERS},
+        {"3 x 3", {{10, 10}, {10, 13}, {13, 13}, {13, 10}}, SCRIVO_ERR_TOO_SMALL},
+        {"3 pixels wide", {{10, 2}, {10, 70}, {13, 70}, {13, 2}}, SCRIVO_ERR_TOO_SMALL},
+    };
+    for (const auto& c : corners) {
+        scrivo_scan_options o = good;
+        o.corners_given = 1;
+        std::copy(c.q, c.q + 4, o.corners);
+        EXPECT_EQ(scrivo_scan(small.data(), small.size(), &o, &r), c.status) << c.what;
+        EXPECT_TRUE(r.jpeg == nullptr && r.jpeg_length == 0) << c.what;
+    }
+
     // The same photograph with options in order.
     good.enhancement = SCRIVO_ENHANCE_NONE;
     ASSERT_EQ(scrivo_scan(small.data(), small.size(), &good, &r), SCRIVO_OK);
